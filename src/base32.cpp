@@ -1,0 +1,2 @@
+// base32.cpp - see include/vnlib/base32.h
+#include "vnlib/base32.h"

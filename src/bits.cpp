@@ -1,0 +1,2 @@
+// bits.cpp - see include/vnlib/bits.h
+#include "vnlib/bits.h"

@@ -1,0 +1,2 @@
+// crc32c.cpp - see include/vnlib/crc32c.h
+#include "vnlib/crc32c.h"

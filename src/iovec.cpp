@@ -1,0 +1,2 @@
+// iovec.cpp - see include/vnlib/iovec.h
+#include "vnlib/iovec.h"

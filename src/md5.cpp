@@ -1,0 +1,2 @@
+// md5.cpp - see include/vnlib/md5.h
+#include "vnlib/md5.h"

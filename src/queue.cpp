@@ -1,0 +1,2 @@
+// queue.cpp - see include/vnlib/queue.h
+#include "vnlib/queue.h"

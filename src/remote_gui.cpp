@@ -1,0 +1,2 @@
+// remote_gui.cpp - see include/vnlib/remote_gui.h
+#include "vnlib/remote_gui.h"

@@ -1,0 +1,2 @@
+// sax.cpp - see include/vnlib/sax.h
+#include "vnlib/sax.h"

@@ -1,0 +1,2 @@
+// scsi.cpp - see include/vnlib/scsi.h
+#include "vnlib/scsi.h"

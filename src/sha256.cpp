@@ -1,0 +1,2 @@
+// sha256.cpp - see include/vnlib/sha256.h
+#include "vnlib/sha256.h"

@@ -1,0 +1,2 @@
+// vnsock.cpp - see include/vnlib/vnsock.h
+#include "vnlib/vnsock.h"

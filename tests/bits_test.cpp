@@ -1,0 +1,2 @@
+#include "vnlib/bits.h"
+TEST(Bits, Placeholder) {}
