@@ -9,7 +9,8 @@ int main(void)
     struct clparse_head *head = clparse_start("count=3,opts={on=true}");
     uint64_t count = 0;
     char *text = NULL;
-    if (head == NULL || clparse_get_number(head, &count, "%s", "count") != 0 || count != 3) return 1;
+    if (head == NULL || clparse_get_number(head, &count, "%s", "count") != 0 || count != 3)
+        return 1;
     if (clparse_get_corelink(head, &text, 0) != 0 || strcmp(text, "count=3,opts={on=true}") != 0)
         return 2;
     if (crc32c((const uint8_t *)"123456789", 9) != 0x839206E3u) return 3;
