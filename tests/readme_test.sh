@@ -6,7 +6,9 @@ set -euo pipefail
 readme=$1 include=$2 library=$3 cc=$4
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+# shellcheck disable=SC2016 # these are Markdown's marks, not commands
 sed -n '/^```c$/,/^```$/p' "$readme" | sed '1d;$d' >"$scratch/example.c"
+# shellcheck disable=SC2016
 sed -n '/^```text output$/,/^```$/p' "$readme" | sed '1d;$d' >"$scratch/expected"
 [ -s "$scratch/example.c" ] && [ -s "$scratch/expected" ]
 "$cc" -std=c99 -Wall -Wextra -Wpedantic -Werror -I"$include" "$scratch/example.c" "$library" \
