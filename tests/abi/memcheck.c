@@ -1,0 +1,51 @@
+#include "check.h"
+
+#include <stdarg.h>
+
+static void debug(const char *format, ...) VN_PRINTF(1, 2);
+static void debug(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    memdbg_vprintf(format, args);
+    va_end(args);
+}
+
+static int give_back(void *ptr, size_t length)
+{
+    free(ptr);
+    return (int)length;
+}
+
+/* The same calls with the tracker off and on. */
+static void use_blocks(void)
+{
+    unsigned char *block = vn_memcheck_malloc(vn_malloc, 10, "use_blocks", 1);
+    int i = 0;
+    CHECK(block != NULL);
+    for (i = 0; i < 10; ++i) CHECK(block[i] == 0);
+    block[9] = 7;
+    block = vn_memcheck_realloc(block, 20, "use_blocks", 2);
+    CHECK(block != NULL && block[9] == 7);
+    CHECK(vn_memcheck_realloc(block, 0, "use_blocks", 3) == NULL);
+    block = vn_memcheck_realloc(NULL, 5, "use_blocks", 4);
+    vn_memcheck_free(vn_free, block, "memcheck:1");
+    block = vn_dmacheck_malloc(malloc, 64, "use_blocks");
+    CHECK(block != NULL && vn_dma_free(give_back, block, 64, "memcheck:2") == 64);
+}
+
+int main(void)
+{
+    vn_free(vn_malloc(1));
+    CHECK(gotoline(0, "") == -1 && vn_memcheck_stop() == -1);
+    CHECK(memdbg_printf("plain %s\n", "text") == 0);
+    use_blocks();
+    CHECK(vn_memcheck_start() == 0);
+    use_blocks();
+    CHECK(gotoline(5, "a line") == 0);
+    CHECK(memdbg_printf("in the pane\n") == 0);
+    debug("%s\n", "so is this");
+    CHECK(vn_memcheck_stop() == 0);
+    printf("\n");
+    return report("memcheck");
+}
