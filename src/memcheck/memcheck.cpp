@@ -1,8 +1,151 @@
-// memcheck.cpp - tracked allocation; for now every call passes straight through.
+// memcheck.cpp - tracked allocation: what happens to a block on its way in and out.
+//
+// Off, a call is one test of the context and its flag, and then the caller's own allocator. On, a
+// block passes through
+//
+//     caller's allocator -> guard.h (markers) -> registry.h (whose is it, is it whole?)
+//
+// and the count line of the screen is drawn anew. Memory for the records is obtained before the
+// block is, so a failure anywhere leaves nothing behind.
 #include "vnlib/memcheck.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
+
+#include "memcheck/debugger.h"
+#include "memcheck/guard.h"
+#include "memcheck/records.h"
+#include "memcheck/screen.h"
+
+namespace vn::memcheck {
+
+namespace {
+
+const char *printable(const char *site)
+{
+    return site != nullptr ? site : "(null)";
+}
+
+// Everything that recording a block will need, obtained before the block itself is.
+struct Records {
+    Owned<Block> block = new_record<Block>();
+    Owned<Site> spare_site = new_record<Site>();
+    [[nodiscard]] bool complete() const { return block != nullptr && spare_site != nullptr; }
+};
+
+void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
+{
+    block.kind = Kind::kGuarded;
+    block.raw = raw;
+    block.user = static_cast<unsigned char *>(raw) + kMarkerSize;
+    block.post = static_cast<unsigned char *>(block.user) + size;
+    block.size = static_cast<uint32_t>(size);
+    block.line = line;
+    write_marker(block.post);
+}
+
+void *record(Context &context, Records records, const char *site)
+{
+    void *const user = records.block->user;
+    context.registry.add(std::move(records.block), site, std::move(records.spare_site));
+    return user;
+}
+
+// A block without a site is not recorded and not handed out. Only the C library's blocks can be
+// given back: there is no telling how another allocator wants its own released.
+void *abandon(vn_alloc_fn alloc, void *raw)
+{
+    if (alloc == vn_malloc || alloc == malloc) free(raw);
+    return nullptr;
+}
+
+void *out_of_memory()
+{
+    errno = ENOMEM;
+    return nullptr;
+}
+
+void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_t size, const char *site,
+                       unsigned line)
+{
+    if (size > kLargestGuarded) return out_of_memory();
+    Records records;
+    if (!records.complete()) return nullptr;
+    void *const raw = alloc(size + kGuardSize);
+    if (raw == nullptr) return nullptr;
+    context.registry.count_one_more();
+    show_total(context.registry);
+    write_marker(raw);
+    fill_guarded(*records.block, raw, size, line);
+    if (site == nullptr) return abandon(alloc, raw);
+    return record(context, std::move(records), site);
+}
+
+// The raw block, off the record. Ends the process if `ptr` is no live block.
+void *strike_out(Context &context, const void *ptr, const char *site)
+{
+    const Owned<Block> block = context.registry.remove(ptr);
+    if (block == nullptr)
+        screen().last_words("Could not find the allocation to free (%s)", printable(site));
+    return block->raw;
+}
+
+void release_guarded(Context &context, vn_free_fn release, void *ptr, const char *site)
+{
+    release(strike_out(context, ptr, site));
+    context.registry.count_one_less();
+    show_total(context.registry);
+}
+
+// Whatever allocator made the block, it is resized by the C library. When that fails the block
+// stays what and where it was.
+void *resize_guarded(Context &context, void *ptr, size_t size, const char *site, unsigned line)
+{
+    Block *const lifted = context.registry.lift(ptr);
+    if (lifted == nullptr)
+        screen().last_words("Could not find the allocation to realloc (%s:%u)", printable(site),
+                            line);
+    if (size > kLargestGuarded) {
+        context.registry.put_back(*lifted);
+        return out_of_memory();
+    }
+    Records records;
+    records.spare_site = new_record<Site>();
+    void *const raw =
+        records.spare_site != nullptr ? realloc(lifted->raw, size + kGuardSize) : nullptr;
+    if (raw == nullptr) {
+        context.registry.put_back(*lifted);
+        return nullptr;
+    }
+    records.block = context.registry.remove_lifted(*lifted);
+    fill_guarded(*records.block, raw, size, line);
+    if (site == nullptr) {
+        free(raw);
+        return nullptr;
+    }
+    return record(context, std::move(records), site);
+}
+
+void *allocate_for_device(Context &context, vn_alloc_fn alloc, size_t size, const char *site)
+{
+    if (site == nullptr) return alloc(size); // handed out all the same, but not on record
+    Records records;
+    if (!records.complete()) return nullptr;
+    void *const raw = alloc(size);
+    if (raw == nullptr) return nullptr;
+    records.block->kind = Kind::kDevice;
+    records.block->raw = records.block->user = raw;
+    records.block->size = static_cast<uint32_t>(size);
+    return record(context, std::move(records), site);
+}
+
+} // namespace
+
+} // namespace vn::memcheck
+
+using namespace vn::memcheck;
 
 extern "C" {
 
@@ -16,24 +159,61 @@ void vn_free(void *ptr)
     free(ptr);
 }
 
-void *vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *, unsigned)
+void *vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line)
 {
+    if (Context *const context = tracking()) [[unlikely]]
+        return allocate_guarded(*context, alloc, size, site, line);
     return alloc(size);
 }
 
-void vn_memcheck_free(vn_free_fn release, void *ptr, const char *)
+void vn_memcheck_free(vn_free_fn release, void *ptr, const char *site)
 {
+    if (Context *const context = tracking()) [[unlikely]]
+        return release_guarded(*context, release, ptr, site);
     release(ptr);
 }
 
-void *vn_memcheck_realloc(void *ptr, size_t size, const char *, unsigned)
+void *vn_memcheck_realloc(void *ptr, size_t size, const char *site, unsigned line)
 {
-    if (ptr == nullptr) return vn_malloc(size);
+    if (ptr == nullptr) return vn_memcheck_malloc(vn_malloc, size, site, line);
     if (size == 0) {
-        free(ptr);
+        vn_memcheck_free(vn_free, ptr, site);
         return nullptr;
     }
+    if (Context *const context = tracking()) [[unlikely]]
+        return resize_guarded(*context, ptr, size, site, line);
     return realloc(ptr, size);
+}
+
+void *vn_dmacheck_malloc(vn_alloc_fn alloc, size_t size, const char *site)
+{
+    if (Context *const context = tracking()) [[unlikely]]
+        return allocate_for_device(*context, alloc, size, site);
+    return alloc(size);
+}
+
+int vn_dma_free(vn_dma_free_fn release, void *ptr, size_t length, const char *site)
+{
+    if (Context *const context = tracking()) [[unlikely]]
+        return release(strike_out(*context, ptr, site), length);
+    return release(ptr, length);
+}
+
+int vn_memcheck_start(void)
+{
+    return start() ? 0 : -1;
+}
+
+int vn_memcheck_stop(void)
+{
+    return stop() ? 0 : -1;
+}
+
+int gotoline(int line, const char *text)
+{
+    if (current_context() == nullptr) return -1;
+    screen().show(line, text);
+    return 0;
 }
 
 int memdbg_printf(const char *format, ...)
@@ -47,6 +227,9 @@ int memdbg_printf(const char *format, ...)
 
 void memdbg_vprintf(const char *format, va_list args)
 {
-    vdprintf(1, format, args);
+    if (Context *const context = current_context()) return context->pane.print(format, args);
+    char text[kLongestPiece + 1] = "";
+    vsnprintf(text, sizeof text, format, args);
+    write_out(text);
 }
 }

@@ -1,0 +1,52 @@
+// debugger.h - the memory debugger as a whole: its context, its checker thread, its life.
+//
+// Contexts are never freed. A thread may have read the handle just before another one stops the
+// tracker, and what was recorded stays on record: stopping belongs to the end of a process.
+//
+// Lock order: drawing, then registry or pane, then screen.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+
+#include "memcheck/pane.h"
+#include "memcheck/registry.h"
+#include "support/mutex.h"
+
+namespace vn::memcheck {
+
+struct Context {
+    std::atomic<int32_t> running = 1; // 0 once stopped
+    Registry registry;
+    Pane pane;
+    Mutex drawing; // who has it draws the panel; nobody may after the stop has
+    pthread_t checker VN_GUARDED_BY(drawing){};
+    bool has_checker VN_GUARDED_BY(drawing) = false;
+    Context *older = nullptr;
+};
+
+extern constinit std::atomic<Context *> handle; // null until the first start
+
+inline Context *current_context()
+{
+    return handle.load(std::memory_order_acquire);
+}
+
+// The context while blocks are being tracked, else null.
+inline Context *tracking()
+{
+    Context *const context = current_context();
+    const bool on = context != nullptr && context->running.load(std::memory_order_acquire) != 0;
+    return on ? context : nullptr;
+}
+
+// False when there is no memory for a context; the tracker is then off.
+bool start();
+
+// False when nothing is running.
+bool stop();
+
+void show_total(const Registry &registry);
+
+} // namespace vn::memcheck

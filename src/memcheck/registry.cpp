@@ -1,0 +1,185 @@
+// registry.cpp - recording, finding and checking live blocks; see registry.h.
+#include "memcheck/registry.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+#include "memcheck/guard.h"
+#include "memcheck/ring.h"
+#include "memcheck/screen.h"
+
+namespace vn::memcheck {
+
+namespace {
+
+// How far the checker walks before it lets others in. Each block costs it three or four cache
+// misses, so this is a fraction of a millisecond even on a small processor.
+constexpr unsigned kStepsAtOnce = 512;
+
+// Fibonacci hashing of the bits that differ between blocks, folded so that the low bits, which
+// choose the bucket, depend on all of them.
+uint32_t hash_address(const void *address)
+{
+    const auto value = reinterpret_cast<uintptr_t>(address);
+    const auto mixed = static_cast<uint32_t>(value >> 2) * 0x9E3779B1u;
+    return mixed ^ (mixed >> 15);
+}
+
+uint32_t hash_tag(const char *tag) // FNV-1a
+{
+    uint32_t hash = 0x811C9DC5u;
+    for (; *tag != '\0'; ++tag) hash = (hash ^ static_cast<unsigned char>(*tag)) * 0x01000193u;
+    return hash;
+}
+
+} // namespace
+
+Registry::Registry() : walk_(sites_)
+{
+    // A damaged marker ends the process with the lock held, so that no other thread works on with
+    // damaged memory; what the program does on exit may release blocks and must not lock itself
+    // out.
+    mutex_.make_recursive();
+}
+
+Block *Registry::find(const void *user)
+{
+    return by_user_.find(hash_address(user),
+                         [&](const Block &block) { return block.user == user; });
+}
+
+Site &Registry::site_of(const char *tag, Owned<Site> spare)
+{
+    const uint32_t hash = hash_tag(tag);
+    Site *const known =
+        by_tag_.find(hash, [&](const Site &site) { return strcmp(site.tag, tag) == 0; });
+    if (known != nullptr) {
+        sites_.raise(*known);
+        return *known;
+    }
+    Site &fresh = *spare.release();
+    fresh.tag = tag;
+    make_empty(fresh.blocks);
+    sites_.add(fresh);
+    walk_.site_appears(fresh);
+    by_tag_.insert(fresh, hash);
+    return fresh;
+}
+
+void Registry::add(Owned<Block> block, const char *tag, Owned<Site> spare)
+{
+    const MutexLock hold(mutex_);
+    Block &added = *block.release();
+    Site &site = site_of(tag, std::move(spare));
+    added.site = &site;
+    site.live_bytes += added.size;
+    link_after(site.blocks, added);
+    by_user_.insert(added, hash_address(added.user));
+    // The pass under way does not come back to the front of a list: a block that was resized away
+    // from where it was still to be visited is visited here.
+    if (walk_.under_way()) examine(added);
+}
+
+// Takes the block off its site, and the site off the display with its last block.
+Owned<Block> Registry::discharge(Block &block)
+{
+    Site &site = *block.site;
+    walk_.block_leaves(block);
+    unlink(block);
+    site.live_bytes -= block.size;
+    const bool last = site.live_count == 1;
+    if (last) walk_.site_leaves(site);
+    sites_.lower(site);
+    if (last) {
+        by_tag_.remove(site);
+        const Owned<Site> emptied(&site);
+    }
+    return Owned<Block>(&block);
+}
+
+Owned<Block> Registry::remove(const void *user)
+{
+    const MutexLock hold(mutex_);
+    Block *const block = find(user);
+    if (block == nullptr) return nullptr;
+    by_user_.remove(*block);
+    return discharge(*block);
+}
+
+Block *Registry::lift(const void *user)
+{
+    const MutexLock hold(mutex_);
+    Block *const block = find(user);
+    if (block == nullptr) return nullptr;
+    // Off the index too: the C library may give the old address to another thread at once.
+    by_user_.remove(*block);
+    block->lifted = true;
+    return block;
+}
+
+void Registry::put_back(Block &block)
+{
+    const MutexLock hold(mutex_);
+    block.lifted = false;
+    by_user_.insert(block, hash_address(block.user));
+}
+
+Owned<Block> Registry::remove_lifted(Block &block)
+{
+    const MutexLock hold(mutex_);
+    block.lifted = false;
+    return discharge(block);
+}
+
+void Registry::examine(const Block &block)
+{
+    if (block.kind != Kind::kGuarded || block.lifted) return;
+    const uint32_t pre = read_marker(block.raw);
+    const uint32_t post = read_marker(block.post);
+    const auto die = [&](const char *which, uint32_t word) {
+        screen().last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag,
+                            static_cast<int>(block.line), static_cast<size_t>(block.size), which,
+                            word);
+    };
+    if (pre != kMarker) die("PreMarker", pre);
+    if (post != pre) die("PostMarker", post);
+}
+
+// A stretch of the pass under way. False when it was the last one.
+bool Registry::check_some()
+{
+    const MutexLock hold(mutex_);
+    for (unsigned step = 0; step < kStepsAtOnce; ++step) {
+        Block *block = nullptr;
+        if (!walk_.step(&block)) return false;
+        if (block != nullptr) examine(*block);
+    }
+    return true;
+}
+
+void Registry::check_all()
+{
+    {
+        const MutexLock hold(mutex_);
+        walk_.begin();
+    }
+    // Unlocking alone lets nobody in: the mutex would be taken back before a waiter wakes up.
+    while (check_some()) usleep(1);
+}
+
+unsigned Registry::summarise(char (*lines)[kSummarySize], unsigned most)
+{
+    const MutexLock hold(mutex_);
+    unsigned count = 0;
+    for (const Site *site = sites_.sentinel().prev; site != &sites_.sentinel() && count < most;
+         site = site->prev)
+        snprintf(lines[count++], kSummarySize, "Count %d \tAve Size:%zu\t:%s", site->live_count,
+                 static_cast<size_t>(site->live_bytes) / static_cast<uint32_t>(site->live_count),
+                 site->tag);
+    return count;
+}
+
+} // namespace vn::memcheck

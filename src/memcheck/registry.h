@@ -1,0 +1,71 @@
+// registry.h - every live block, by its address and by the site that asked for it.
+//
+//     by_user_:  address -> Block ----.          one lock for all of it
+//     by_tag_:   text -> Site -> its Blocks
+//     sites_:    all Sites, fewest live blocks first
+//
+// No operation depends on how many blocks or sites there are. Whoever allocates brings the memory
+// for the records along, so that recording a block, once its memory exists, cannot fail.
+//
+// Lock order: this lock before the screen's.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "memcheck/records.h"
+#include "memcheck/site_order.h"
+#include "memcheck/walk.h"
+#include "support/mutex.h"
+
+namespace vn::memcheck {
+
+class Registry {
+public:
+    Registry();
+    Registry(const Registry &) = delete;
+    Registry &operator=(const Registry &) = delete;
+
+    // Records a filled block under `tag`; `spare` becomes the site's record if it is a new one.
+    void add(Owned<Block> block, const char *tag, Owned<Site> spare) VN_EXCLUDES(mutex_);
+    // Strikes out the block that the caller knows as `user`; null when there is none.
+    Owned<Block> remove(const void *user) VN_EXCLUDES(mutex_);
+
+    // Resizing. lift() hides the block from the checker and from every search, but leaves it
+    // counted where it was (null when there is none); then either put_back(), as if nothing had
+    // happened, or remove_lifted().
+    Block *lift(const void *user) VN_EXCLUDES(mutex_);
+    void put_back(Block &block) VN_EXCLUDES(mutex_);
+    Owned<Block> remove_lifted(Block &block) VN_EXCLUDES(mutex_);
+
+    // The figure of the count line: guarded allocations less releases.
+    void count_one_more() { total_.fetch_add(1, std::memory_order_relaxed); }
+    void count_one_less() { total_.fetch_sub(1, std::memory_order_relaxed); }
+    [[nodiscard]] int32_t total() const { return total_.load(std::memory_order_relaxed); }
+
+    // One pass of the checker over all guarded blocks. Ends the process at a damaged marker.
+    void check_all() VN_EXCLUDES(mutex_);
+
+    // Writes one line about each of the `most` busiest sites, the busiest first; returns how many.
+    static constexpr size_t kSummarySize = 256;
+    unsigned summarise(char (*lines)[kSummarySize], unsigned most) VN_EXCLUDES(mutex_);
+
+    Mutex &mutex() VN_RETURN_CAPABILITY(mutex_) { return mutex_; } // for fork
+
+private:
+    Block *find(const void *user) VN_REQUIRES(mutex_);
+    Site &site_of(const char *tag, Owned<Site> spare) VN_REQUIRES(mutex_);
+    Owned<Block> discharge(Block &block) VN_REQUIRES(mutex_);
+    void examine(const Block &block) VN_REQUIRES(mutex_);
+    bool check_some() VN_EXCLUDES(mutex_);
+
+    Mutex mutex_;
+    SiteOrder sites_ VN_GUARDED_BY(mutex_);
+    Walk walk_ VN_GUARDED_BY(mutex_);
+    Table<Site, &Site::by_tag> by_tag_ VN_GUARDED_BY(mutex_);
+    Table<Block, &Block::by_user> by_user_ VN_GUARDED_BY(mutex_);
+    std::atomic<int32_t> total_ = 0; // 32 bits, also on processors without wider atomics
+};
+
+} // namespace vn::memcheck

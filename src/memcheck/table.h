@@ -1,0 +1,106 @@
+// table.h - a hash table that links the items themselves and grows one bucket at a time.
+//
+// Linear hashing (W. Litwin, "Linear hashing: a new tool for file and table addressing", VLDB
+// 1980): whenever there are more items than buckets, one bucket is split in two. No insertion ever
+// pays for a rehash of everything, so no thread waits for one.
+//
+//     buckets 0..63    64..127      128..255     256..511
+//     | in the table | segment 0 |  segment 1  |  segment 2  ...   each allocated when first needed
+//
+// Insertion cannot fail: without memory for the next segment the chains grow longer instead.
+// Equal items are found newest first. Segments are kept when the table empties.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+namespace vn::memcheck {
+
+template <typename T>
+struct Hook { // what an item needs to be in one table
+    T *next;
+    uint32_t hash;
+};
+
+template <typename T, Hook<T> T::*hook>
+class Table {
+public:
+    void insert(T &item, uint32_t hash)
+    {
+        if (++items_ > buckets_) split_next();
+        T *&head = bucket_of(hash);
+        (item.*hook) = {head, hash};
+        head = &item;
+    }
+
+    void remove(T &item)
+    {
+        T **link = &bucket_of((item.*hook).hash);
+        while (*link != &item) link = &((*link)->*hook).next;
+        *link = (item.*hook).next;
+        --items_;
+    }
+
+    // The newest item with this hash of which `matches(item)` is true, or null.
+    template <typename Matches>
+    T *find(uint32_t hash, Matches matches)
+    {
+        T *item = bucket_of(hash);
+        while (item != nullptr && !((item->*hook).hash == hash && matches(*item)))
+            item = (item->*hook).next;
+        return item;
+    }
+
+private:
+    static constexpr size_t kInTable = 64;
+    static constexpr size_t kSegments = 24; // the last one ends at 2^30 buckets
+
+    T *&bucket_of(uint32_t hash)
+    {
+        const size_t round = std::bit_floor(buckets_);
+        const size_t index = hash & (2 * round - 1);
+        return bucket(index < buckets_ ? index : index - round);
+    }
+
+    T *&bucket(size_t index)
+    {
+        if (index < kInTable) return in_table_[index];
+        const auto segment = static_cast<size_t>(std::bit_width(index / kInTable)) - 1;
+        return segments_[segment][index - (kInTable << segment)];
+    }
+
+    bool have_bucket(size_t index)
+    {
+        const auto segment = static_cast<size_t>(std::bit_width(index / kInTable)) - 1;
+        if (segment >= kSegments) return false;
+        if (segments_[segment] == nullptr)
+            segments_[segment] = static_cast<T **>(calloc(kInTable << segment, sizeof(T *)));
+        return segments_[segment] != nullptr;
+    }
+
+    // Half of bucket `buckets_ - round` moves to the new last bucket; both keep their order.
+    void split_next()
+    {
+        if (!have_bucket(buckets_)) return;
+        const size_t round = std::bit_floor(buckets_);
+        T **stay = &bucket(buckets_ - round);
+        T **move = &bucket(buckets_);
+        for (T *item = *stay; item != nullptr; item = (item->*hook).next) {
+            T **&tail = ((item->*hook).hash & round) != 0 ? move : stay;
+            *tail = item;
+            tail = &(item->*hook).next;
+        }
+        *stay = *move = nullptr;
+        ++buckets_;
+    }
+
+    size_t items_ = 0;
+    size_t buckets_ = kInTable;
+    std::array<T *, kInTable> in_table_{};
+    std::array<T **, kSegments> segments_{};
+};
+
+} // namespace vn::memcheck
