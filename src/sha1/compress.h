@@ -1,0 +1,40 @@
+// compress.h - the versions of SHA-1's block function: one portable, others for processors that
+// have instructions for it. All take `count` blocks of 64 bytes into the five chaining words at
+// `state`.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "support/cpu.h"
+
+namespace vn::sha1 {
+
+constexpr size_t kStateWords = 5;
+
+// The round constants of FIPS 180-4, section 4.2.1, each for 20 rounds.
+constexpr std::array<uint32_t, 4> kRoundConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
+                                                     0xCA62C1D6};
+
+void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count);
+#if VN_CPU_X86
+void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count);
+#endif
+#if VN_CPU_AARCH64
+void compress_arm(uint32_t *state, const uint8_t *blocks, size_t count);
+#endif
+
+// Calls the best version that this processor has.
+inline void compress(uint32_t *state, const uint8_t *blocks, size_t count)
+{
+#if VN_CPU_X86
+    if (cpu::has(cpu::kSha1)) return compress_sha_ni(state, blocks, count);
+#endif
+#if VN_CPU_AARCH64
+    if (cpu::has(cpu::kSha1)) return compress_arm(state, blocks, count);
+#endif
+    compress_portable(state, blocks, count);
+}
+
+} // namespace vn::sha1

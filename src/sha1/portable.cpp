@@ -1,0 +1,64 @@
+// portable.cpp - SHA-1's block function in plain C++, its 80 rounds written out.
+//
+// The message schedule W[0..79] is kept as a window of its last 16 words.
+#include "sha1/compress.h"
+
+#include <bit>
+
+#include "support/bytes.h"
+#include "support/digest.h"
+#include "support/unroll.h"
+
+namespace vn::sha1 {
+namespace {
+
+constexpr size_t kRounds = 80;
+constexpr size_t kStageRounds = 20;
+constexpr size_t kWindow = 16;
+
+template <size_t kStage>
+[[gnu::always_inline]] inline uint32_t mixed(uint32_t b, uint32_t c, uint32_t d)
+{
+    if constexpr (kStage == 0) return d ^ (b & (c ^ d));
+    if constexpr (kStage == 2)
+        return (b & c) + (d & (b ^ c)); // never a bit in common: a cheap "or"
+    return b ^ c ^ d;
+}
+
+template <size_t kRound>
+[[gnu::always_inline]] inline uint32_t schedule(uint32_t *w, const uint8_t *block)
+{
+    if constexpr (kRound < kWindow)
+        w[kRound] = bytes::load_big<uint32_t>(block + 4 * kRound);
+    else
+        w[kRound % kWindow] = std::rotl(w[(kRound - 3) % kWindow] ^ w[(kRound - 8) % kWindow] ^
+                                            w[(kRound - 14) % kWindow] ^ w[kRound % kWindow],
+                                        1);
+    return w[kRound % kWindow];
+}
+
+} // namespace
+
+void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count)
+{
+    for (; count != 0; --count, blocks += digest::kBlockSize) {
+        uint32_t w[kWindow];
+        uint32_t v[kStateWords] = {state[0], state[1], state[2], state[3], state[4]};
+        // Instead of moving the five words along, each round finds them one place further on.
+        unroll<kRounds>([&](auto round) __attribute__((always_inline)) {
+            constexpr size_t kRound = round;
+            constexpr size_t kStage = kRound / kStageRounds;
+            const uint32_t a = v[(kRounds - kRound) % 5];
+            uint32_t &b = v[(kRounds - kRound + 1) % 5];
+            const uint32_t c = v[(kRounds - kRound + 2) % 5];
+            const uint32_t d = v[(kRounds - kRound + 3) % 5];
+            uint32_t &e = v[(kRounds - kRound + 4) % 5];
+            e += kRoundConstants[kStage] + schedule<kRound>(w, blocks) + mixed<kStage>(b, c, d) +
+                 std::rotl(a, 5);
+            b = std::rotl(b, 30);
+        });
+        for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
+    }
+}
+
+} // namespace vn::sha1

@@ -1,2 +1,0 @@
-// sha256.cpp - see include/vnlib/sha256.h
-#include "vnlib/sha256.h"

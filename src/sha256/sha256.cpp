@@ -1,0 +1,75 @@
+// sha256.cpp - SHA-256 over a message that comes in pieces; the block function is in compress.h.
+#include "vnlib/sha256.h"
+
+#include "sha256/compress.h"
+#include "support/bytes.h"
+#include "support/digest.h"
+
+namespace vn::sha256 {
+namespace {
+
+constexpr std::array<uint32_t, kStateWords> kInitial = {
+    0x6A09E667, 0xBB67AE85, 0x3C6EF372, 0xA54FF53A, 0x510E527F, 0x9B05688C, 0x1F83D9AB, 0x5BE0CD19};
+
+digest::Length stored_bits(uint64_t bytes)
+{
+    digest::Length stored;
+    bytes::store_big(stored.data(), bytes * 8);
+    return stored;
+}
+
+void store_digest(const uint32_t *state, uint8_t *digest)
+{
+    for (size_t i = 0; i < kStateWords; ++i) bytes::store_big(digest + 4 * i, state[i]);
+}
+
+uint64_t bytes_of(const sha256_ctx &ctx)
+{
+    return uint64_t{ctx.bytes[1]} << 32 | ctx.bytes[0];
+}
+
+void set_bytes(sha256_ctx &ctx, uint64_t bytes)
+{
+    ctx.bytes[0] = static_cast<uint32_t>(bytes);
+    ctx.bytes[1] = static_cast<uint32_t>(bytes >> 32);
+}
+
+// Compresses into the chaining words at `state`.
+auto into(uint32_t *state)
+{
+    return [state](const uint8_t *blocks, size_t count) { compress(state, blocks, count); };
+}
+
+} // namespace
+} // namespace vn::sha256
+
+using namespace vn;
+using namespace vn::sha256;
+
+extern "C" void sha256_init(sha256_ctx *ctx)
+{
+    std::copy(kInitial.begin(), kInitial.end(), ctx->state);
+    set_bytes(*ctx, 0);
+    ctx->pending = 0;
+}
+
+extern "C" void sha256_append(sha256_ctx *ctx, const uint8_t *data, unsigned len)
+{
+    const size_t pending = digest::append(ctx->block, ctx->pending, data, len, into(ctx->state));
+    ctx->pending = static_cast<uint32_t>(pending);
+    set_bytes(*ctx, bytes_of(*ctx) + len);
+}
+
+extern "C" void sha256_finish(sha256_ctx *ctx, uint8_t digest[32])
+{
+    digest::finish(ctx->block, ctx->pending, stored_bits(bytes_of(*ctx)), into(ctx->state));
+    store_digest(ctx->state, digest);
+}
+
+extern "C" void sha256_single(const uint8_t *data, unsigned len, uint8_t digest[32])
+{
+    uint32_t state[kStateWords];
+    std::copy(kInitial.begin(), kInitial.end(), state);
+    digest::whole(data, len, stored_bits(len), into(state));
+    store_digest(state, digest);
+}

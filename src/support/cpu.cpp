@@ -1,0 +1,107 @@
+// cpu.cpp - asks the processor (x86) or the kernel (ARM) once.
+//
+// Two threads that ask at the same time find the same answer and store it twice.
+#include "support/cpu.h"
+
+#if VN_CPU_X86
+#include <cpuid.h>
+#elif VN_CPU_AARCH64
+#include <sys/auxv.h>
+#endif
+
+namespace vn::cpu {
+namespace {
+
+#if VN_CPU_X86
+
+struct Registers {
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+};
+
+Registers leaf(unsigned number)
+{
+    Registers r;
+    if (__get_cpuid_count(number, 0, &r.eax, &r.ebx, &r.ecx, &r.edx) == 0) return {};
+    return r;
+}
+
+constexpr bool all_set(uint64_t value, uint64_t bits)
+{
+    return (value & bits) == bits;
+}
+
+// The register state that the operating system saves (XCR0), 0 where it does not say.
+uint64_t saved_state(const Registers &one)
+{
+    constexpr unsigned kOsxsave = 1u << 27;
+    if (!all_set(one.ecx, kOsxsave)) return 0;
+    uint32_t low = 0;
+    uint32_t high = 0;
+    __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+    return uint64_t{high} << 32 | low;
+}
+
+uint32_t find()
+{
+    constexpr uint64_t kYmmState = 0x06; // SSE and AVX registers
+    constexpr uint64_t kZmmState = 0xE6; // and mask registers and both halves of AVX-512
+    constexpr unsigned kAvx512 =
+        bit_AVX512F | bit_AVX512DQ | bit_AVX512BW | bit_AVX512VL | bit_AVX2 | bit_BMI | bit_BMI2;
+    const Registers one = leaf(1);
+    const Registers seven = leaf(7);
+    const uint64_t saved = saved_state(one);
+    uint32_t found = kNothing;
+    if (all_set(one.ecx, bit_SSE4_2 | bit_PCLMUL)) found |= kCrc32;
+    if (all_set(one.ecx, bit_SSSE3)) found |= kSsse3;
+    if (all_set(seven.ebx, bit_SHA) && all_set(one.ecx, bit_SSE4_1 | bit_SSSE3))
+        found |= kSha1 | kSha256;
+    if (all_set(saved, kYmmState) && all_set(seven.ebx, bit_AVX2 | bit_BMI)) found |= kAvx2;
+    if (all_set(saved, kZmmState) && all_set(seven.ebx, kAvx512)) {
+        if (all_set(seven.ecx, bit_AVX512VBMI)) found |= kVbmi;
+        if (all_set(seven.ecx, bit_VPCLMULQDQ) && (found & kCrc32) != 0) found |= kWideClmul;
+    }
+    return found;
+}
+
+#elif VN_CPU_AARCH64
+
+uint32_t find()
+{
+    // The kernel's names for these bits are missing from some C libraries' headers.
+    constexpr unsigned long kHwcapSha1 = 1ul << 5;
+    constexpr unsigned long kHwcapSha2 = 1ul << 6;
+    constexpr unsigned long kHwcapCrc32 = 1ul << 7;
+    const unsigned long hwcap = getauxval(AT_HWCAP);
+    uint32_t found = kNeon;
+    if ((hwcap & kHwcapCrc32) != 0) found |= kCrc32;
+    if ((hwcap & kHwcapSha1) != 0) found |= kSha1;
+    if ((hwcap & kHwcapSha2) != 0) found |= kSha256;
+    return found;
+}
+
+#else
+
+uint32_t find()
+{
+    return kNothing;
+}
+
+#endif
+
+} // namespace
+
+constinit std::atomic<uint32_t> detail::known{0};
+
+uint32_t detail::detect()
+{
+    const uint32_t found = find() | kDetected;
+    known.store(found, std::memory_order_relaxed);
+    return found;
+}
+
+void force(uint32_t allowed)
+{
+    detail::known.store((find() & allowed) | detail::kDetected, std::memory_order_relaxed);
+}
+
+} // namespace vn::cpu

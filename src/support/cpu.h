@@ -1,0 +1,50 @@
+// cpu.h - which instructions this processor has, for modules that have versions written for them.
+//
+// A module asks has(kFeature) at each call and falls back to its portable version. The answer is
+// one word in memory, found out at the first question and never changed: asking costs a load and a
+// test, needs no lock and no constructor, and leaves no function pointers for anyone to overwrite.
+//
+// VNLIB_PORTABLE_ONLY leaves out all versions for particular processors.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+// Which families of versions are compiled.
+#define VN_CPU_X86 0
+#define VN_CPU_AARCH64 0
+
+namespace vn::cpu {
+
+// Each bit stands for all that a version needs, support by the operating system included.
+enum Feature : uint32_t {
+    kNothing = 0,
+    kCrc32 = 1u << 0,     // x86: SSE4.2 and PCLMULQDQ; ARM: the CRC32 instructions
+    kWideClmul = 1u << 1, // x86: kCrc32, AVX-512 (F, BW, DQ, VL) and VPCLMULQDQ
+    kSha1 = 1u << 2,      // x86: SHA extensions; ARM: the SHA-1 instructions
+    kSha256 = 1u << 3,    // x86: SHA extensions; ARM: the SHA-256 instructions
+    kSsse3 = 1u << 4,     // x86
+    kAvx2 = 1u << 5,      // x86
+    kVbmi = 1u << 6,      // x86: AVX-512 (F, BW, DQ, VL) and VBMI
+    kNeon = 1u << 7,      // ARM
+    kEverything = 0x7FFF'FFFFu
+};
+
+namespace detail {
+constexpr uint32_t kDetected = 0x8000'0000u; // tells "no features" from "not asked yet"
+extern std::atomic<uint32_t> known;
+uint32_t detect();
+} // namespace detail
+
+[[nodiscard]] inline bool has(Feature feature)
+{
+    uint32_t known = detail::known.load(std::memory_order_relaxed);
+    if (__builtin_expect(known == 0, 0)) known = detail::detect();
+    return (known & feature) != 0;
+}
+
+// For tests and benchmarks, which link the static library: from now on only features in `allowed`
+// count, as far as the processor has them.
+void force(uint32_t allowed);
+
+} // namespace vn::cpu

@@ -1,0 +1,78 @@
+// digest.h - what MD5, SHA-1 and SHA-256 have in common: a message is cut into blocks of 64 bytes,
+// and the last block is filled up with a byte 80h, zeros and the message's length in bits.
+//
+//     | 64 bytes | 64 bytes | ... | rest 80 00 00 ... 00 | length |
+//                                                        ^ byte 56 of the last block
+//
+// `compress` stands for a function (const uint8_t *blocks, size_t count) that takes whole blocks
+// into the chaining words. The length is handed over as the eight bytes that are to be stored.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace vn::digest {
+
+constexpr size_t kBlockSize = 64;
+constexpr size_t kLengthSize = 8;
+using Length = std::array<uint8_t, kLengthSize>;
+
+// Takes `length` bytes in, after the `pending` bytes that wait in `buffer`. Whole blocks are
+// compressed where they lie. Returns how many bytes wait in `buffer` now.
+template <typename Compress>
+inline size_t append(uint8_t *buffer, size_t pending, const uint8_t *data, size_t length,
+                     Compress compress)
+{
+    if (length < kBlockSize - pending) {
+        if (length != 0) std::memcpy(buffer + pending, data, length);
+        return pending + length;
+    }
+    if (pending != 0) {
+        const size_t missing = kBlockSize - pending;
+        std::memcpy(buffer + pending, data, missing);
+        compress(buffer, size_t{1});
+        data += missing;
+        length -= missing;
+    }
+    const size_t blocks = length / kBlockSize;
+    if (blocks != 0) compress(data, blocks);
+    const size_t rest = length % kBlockSize;
+    if (rest != 0) std::memcpy(buffer, data + blocks * kBlockSize, rest);
+    return rest;
+}
+
+// Ends the message whose last `pending` bytes wait in `buffer`, which has room for one block.
+template <typename Compress>
+inline void finish(uint8_t *buffer, size_t pending, const Length &bits, Compress compress)
+{
+    buffer[pending++] = 0x80;
+    if (pending > kBlockSize - kLengthSize) {
+        std::memset(buffer + pending, 0, kBlockSize - pending);
+        compress(buffer, size_t{1});
+        pending = 0;
+    }
+    std::memset(buffer + pending, 0, kBlockSize - kLengthSize - pending);
+    std::memcpy(buffer + kBlockSize - kLengthSize, bits.data(), kLengthSize);
+    compress(buffer, size_t{1});
+}
+
+// Takes in a whole message at once, from the first block to the last: no context, no copying but of
+// the last bytes.
+template <typename Compress>
+inline void whole(const uint8_t *data, size_t length, const Length &bits, Compress compress)
+{
+    const size_t blocks = length / kBlockSize;
+    if (blocks != 0) compress(data, blocks);
+    const size_t rest = length % kBlockSize;
+    uint8_t last[2 * kBlockSize] = {};
+    if (rest != 0) std::memcpy(last, data + blocks * kBlockSize, rest);
+    last[rest] = 0x80;
+    const size_t last_blocks = rest < kBlockSize - kLengthSize ? 1 : 2;
+    std::memcpy(last + last_blocks * kBlockSize - kLengthSize, bits.data(), kLengthSize);
+    compress(last, last_blocks);
+}
+
+} // namespace vn::digest
