@@ -1,0 +1,420 @@
+// red_black_tree.cpp - red-black trees without parent links, rebalanced on the way down.
+//
+//     handle --> record: link[0] --> root          a record is a node with nothing but this link
+//
+// Invariant (between calls): keys ascend from left to right; the root is black; no red node has a
+// red child; every way from the root to a missing child passes the same number of black nodes.
+//
+// Both changing operations walk down once, to a leaf, and repair ahead of themselves, so that there
+// is nothing left to repair above when the leaf is linked or unlinked. They hold the links that
+// lead to the current node and its parents instead of the nodes: a rotation then replaces what a
+// link holds, the root link being one like all others.
+#include "vnlib/red_black_tree.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "log/assertion.h"
+#include "red_black_tree/post_order.h"
+
+namespace vn::red_black_tree {
+namespace {
+
+static_assert(sizeof(rb_node) == (sizeof(void *) == 4 ? 24 : 40));
+
+constexpr uint32_t kBlack = 0;
+constexpr uint32_t kRed = 1;
+
+constexpr uint64_t join(uint32_t low, uint32_t high)
+{
+    return uint64_t{high} << 32 | low;
+}
+
+// One 64-bit load where the processor has them.
+uint64_t key_of(const rb_node &node)
+{
+    return join(node.key_low, node.key_high);
+}
+
+bool is_red(const rb_node *node)
+{
+    return node != nullptr && node->colour == kRed;
+}
+
+rb_node *new_node(const rb_node &content)
+{
+    auto *const node = static_cast<rb_node *>(std::malloc(sizeof(rb_node)));
+    if (node != nullptr) *node = content;
+    return node;
+}
+
+// --- searching -----------------------------------------------------------------------------------
+
+// The link that holds the key's node, or a null link: where the key would be added.
+// The next link is picked by index: which way a search turns cannot be predicted, and a wrong guess
+// costs the processor more than a step down.
+rb_node **link_of(rb_node **link, uint64_t key)
+{
+    while (const rb_node *const node = *link) {
+        const uint64_t here = key_of(*node);
+        if (here == key) break;
+        link = &(*link)->link[key > here];
+    }
+    return link;
+}
+
+// --- rotations -----------------------------------------------------------------------------------
+
+// Turns the node that `link` holds down to the given side; its other child rises into its place.
+void rotate(rb_node *&link, bool side)
+{
+    rb_node *const node = link;
+    rb_node *const risen = node->link[!side];
+    node->link[!side] = risen->link[side];
+    risen->link[side] = node;
+    link = risen;
+}
+
+void rotate_and_recolour(rb_node *&link, bool side)
+{
+    rotate(link, side);
+    link->link[side]->colour = kRed;
+    link->colour = kBlack;
+}
+
+// Brings up the grandchild that lies inside, between the node and its child.
+void rotate_twice(rb_node *&link, bool side)
+{
+    rotate_and_recolour(link->link[!side], !side);
+    rotate_and_recolour(link, side);
+}
+
+// --- insertion -----------------------------------------------------------------------------------
+
+void flip_colours(rb_node &node)
+{
+    node.colour = kRed;
+    node.link[0]->colour = node.link[1]->colour = kBlack;
+}
+
+// Links `fresh`, a red leaf, into the tree, which is not empty. False when its key is there
+// already.
+bool insert(rb_node *&root, rb_node *fresh)
+{
+    const uint64_t key = key_of(*fresh);
+    rb_node **grand = nullptr, **parent = nullptr, **link = &root; // hold the last three nodes
+    bool parent_side = false, side = false;                        // of the last two of them
+    for (;;) {
+        if (*link == nullptr) *link = fresh;
+        rb_node *const node = *link;
+        const uint64_t here = key_of(*node);
+        const bool next_side = key > here;
+        // The child that comes next is asked first: often the other need not be touched.
+        if (is_red(node->link[next_side]) && is_red(node->link[!next_side])) flip_colours(*node);
+        if (node->colour == kRed && grand != nullptr && is_red(*parent)) {
+            if (side == parent_side) {
+                rotate_and_recolour(*grand, !parent_side);
+            } else {
+                rotate_twice(*grand, !parent_side);
+                link = grand; // the node itself has risen
+            }
+            parent = grand;
+        }
+        if (here == key) {
+            root->colour = kBlack;
+            return node == fresh;
+        }
+        grand = parent;
+        parent = link;
+        link = &node->link[next_side];
+        parent_side = side;
+        side = next_side;
+    }
+}
+
+// --- deletion ------------------------------------------------------------------------------------
+
+// `node` and its next child are black, and so is its other child. Makes it red with the help of its
+// sibling, if it has one; `parent` is the link that holds its parent, `side` where it lies there.
+void redden(rb_node *node, rb_node *&parent, bool side)
+{
+    rb_node *const sibling = parent->link[!side];
+    if (sibling == nullptr) return;
+    node->colour = kRed;
+    if (!is_red(sibling->link[0]) && !is_red(sibling->link[1])) {
+        parent->colour = kBlack;
+        sibling->colour = kRed;
+        return;
+    }
+    if (is_red(sibling->link[side])) {
+        rotate_twice(parent, side);
+    } else {
+        rotate_and_recolour(parent, side);
+    }
+    parent->colour = kRed;
+    parent->link[0]->colour = parent->link[1]->colour = kBlack;
+}
+
+// Unlinks a node of the tree, which is not empty, so that the key is gone. Returns the node, or
+// null when the key is not there. On the way down a red node is pushed ahead: the one unlinked is
+// red (or the root), and no way loses a black node.
+rb_node *remove(rb_node *&root, uint64_t key)
+{
+    rb_node *found = nullptr;
+    rb_node **parent = nullptr, **link = &root; // hold the current node and the one above
+    rb_node *node = root;
+    bool side = false;
+    for (;;) {
+        const uint64_t here = key_of(*node);
+        const bool next_side = key > here;
+        if (here == key) found = node;
+        if (node->colour != kRed && !is_red(node->link[next_side])) {
+            if (is_red(node->link[!next_side])) {
+                rotate_and_recolour(*link, next_side);
+                link = &(*link)->link[next_side];
+            } else if (parent != nullptr) {
+                redden(node, *parent, side);
+            }
+        }
+        if (node->link[next_side] == nullptr) break;
+        parent = link;
+        link = &node->link[next_side];
+        node = *link;
+        side = next_side;
+    }
+    // The last node is the found one's neighbour in order, or the found one itself.
+    if (found != nullptr) {
+        found->key_low = node->key_low;
+        found->key_high = node->key_high;
+        found->data = node->data;
+        *link = node->link[node->link[0] == nullptr];
+    }
+    if (root != nullptr) root->colour = kBlack;
+    return found != nullptr ? node : nullptr;
+}
+
+// --- listing -------------------------------------------------------------------------------------
+
+rb_node *root_of(const rb_node *tree)
+{
+    return tree != nullptr ? tree->link[0] : nullptr;
+}
+
+size_t count(rb_node *root)
+{
+    size_t nodes = 0;
+    visit_post_order(root, [&nodes](const rb_node &) { return ++nodes != 0; });
+    return nodes;
+}
+
+// Writes value_of(node) for one node more than `capacity`, if there are so many.
+template <typename Value, typename ValueOf>
+unsigned list(const rb_node *tree, Value *values, unsigned capacity, ValueOf value_of)
+{
+    if (values == nullptr) {
+        log::report_assertion("data != ((void *)0)", "red_black_tree", __LINE__);
+        return 0;
+    }
+    size_t next = 0;
+    visit_post_order(root_of(tree), [&](const rb_node &node) {
+        if (next > capacity) return false;
+        values[next++] = value_of(node);
+        return true;
+    });
+    return static_cast<unsigned>(next);
+}
+
+// Keys with their data, copied so that the tree may change while they are worked on.
+class Snapshot {
+public:
+    struct Entry {
+        uint32_t key_low, key_high;
+        void *data;
+    };
+
+    Snapshot() = default;
+    ~Snapshot() { std::free(entries_); }
+    Snapshot(const Snapshot &) = delete;
+    Snapshot &operator=(const Snapshot &) = delete;
+
+    // False when out of memory.
+    [[nodiscard]] bool take(rb_node *root)
+    {
+        const size_t nodes = count(root);
+        if (nodes == 0) return true;
+        entries_ = static_cast<Entry *>(std::malloc(nodes * sizeof(Entry)));
+        if (entries_ == nullptr) return false;
+        visit_post_order(root, [this](const rb_node &node) {
+            if (node.data != nullptr) entries_[size_++] = {node.key_low, node.key_high, node.data};
+            return true;
+        });
+        return true;
+    }
+    [[nodiscard]] const Entry *begin() const { return entries_; }
+    [[nodiscard]] const Entry *end() const { return entries_ + size_; }
+
+private:
+    Entry *entries_ = nullptr;
+    size_t size_ = 0;
+};
+
+// Takes the snapshot under the caller's mutex, if any. 0, or what went wrong as errno has it.
+int take_locked(Snapshot &snapshot, rb_node *const *tree, pthread_mutex_t *mutex)
+{
+    if (mutex != nullptr) {
+        const int refused = pthread_mutex_lock(mutex);
+        if (refused != 0) return refused;
+    }
+    const bool taken = snapshot.take(root_of(*tree));
+    if (mutex != nullptr) pthread_mutex_unlock(mutex);
+    return taken ? 0 : ENOMEM;
+}
+
+using Release = void (*)(void *data);
+
+int release_and_delete(rb_node **tree, void *data, void *release, uint32_t low, uint32_t high)
+{
+    const Release release_data = *static_cast<const Release *>(release);
+    if (release_data != nullptr && data != nullptr) release_data(data);
+    *tree = rb_delete_node(*tree, low, high);
+    return 0;
+}
+
+} // namespace
+} // namespace vn::red_black_tree
+
+using namespace vn::red_black_tree;
+
+extern "C" {
+
+// --- the map -------------------------------------------------------------------------------------
+
+// The node is made first: a tree that there is no memory for is not touched at all.
+rb_node *rb_create_node(rb_node *tree, uint32_t key_low, uint32_t key_high, void *data)
+{
+    rb_node *const fresh = new_node({key_low, key_high, data, {nullptr, nullptr}, kRed});
+    if (fresh != nullptr && tree == nullptr) tree = new_node({});
+    if (fresh == nullptr || tree == nullptr) {
+        std::free(fresh);
+        errno = ENOMEM;
+        return tree;
+    }
+    rb_node *&root = tree->link[0];
+    if (root == nullptr) {
+        root = fresh;
+        root->colour = kBlack;
+    } else if (!insert(root, fresh)) {
+        std::free(fresh);
+    }
+    return tree;
+}
+
+rb_node *rb_delete_node(rb_node *tree, uint32_t key_low, uint32_t key_high)
+{
+    if (root_of(tree) == nullptr) {
+        std::free(tree);
+        errno = ENOENT;
+        return nullptr;
+    }
+    std::free(remove(tree->link[0], join(key_low, key_high)));
+    if (tree->link[0] != nullptr) return tree;
+    std::free(tree);
+    return nullptr;
+}
+
+void *rb_search_tree(rb_node *tree, uint32_t key_low, uint32_t key_high)
+{
+    const rb_node *const node =
+        tree != nullptr ? *link_of(&tree->link[0], join(key_low, key_high)) : nullptr;
+    if (node != nullptr && node->data != nullptr) return node->data;
+    errno = ENOENT;
+    return nullptr;
+}
+
+unsigned rb_count_nodes(rb_node *tree)
+{
+    return static_cast<unsigned>(count(root_of(tree)));
+}
+
+unsigned rb_get_node_list_data(rb_node *tree, void **data, unsigned capacity)
+{
+    return list(tree, data, capacity, [](const rb_node &node) { return node.data; });
+}
+
+unsigned rb_get_node_list(rb_node *tree, uint64_t *keys, unsigned capacity)
+{
+    return list(tree, keys, capacity, key_of);
+}
+
+int work_treenode_locked(rb_node **tree, rb_work_fn work, void *arg, pthread_mutex_t *mutex)
+{
+    if (tree == nullptr || work == nullptr) return 0;
+    Snapshot snapshot;
+    if (const int error = take_locked(snapshot, tree, mutex)) {
+        errno = error;
+        return 0;
+    }
+    int all = 0;
+    for (const auto &[low, high, data] : snapshot) all |= work(tree, data, arg, low, high);
+    return all;
+}
+
+int rb_destroy_tree(rb_node **tree, Release release)
+{
+    if (tree == nullptr) return 0;
+    work_treenode_locked(tree, release_and_delete, &release, nullptr);
+    // What is left: nodes without data, nodes that `release` added, and all of them when there was
+    // no memory for the walk.
+    while (const rb_node *const root = root_of(*tree))
+        release_and_delete(tree, root->data, &release, root->key_low, root->key_high);
+    std::free(*tree); // a record that never had a root
+    *tree = nullptr;
+    return 0;
+}
+
+// --- plain search trees --------------------------------------------------------------------------
+
+rb_node **generic_find_node(rb_node **root, uint32_t key_low, uint32_t key_high)
+{
+    if (root == nullptr) return nullptr;
+    rb_node **const link = link_of(root, join(key_low, key_high));
+    return *link != nullptr ? link : nullptr;
+}
+
+void generic_insert_node(rb_node **root, rb_node *node)
+{
+    if (root == nullptr || node == nullptr) return;
+    rb_node **link = root;
+    while (*link != nullptr) link = &(*link)->link[key_of(**link) < key_of(*node)];
+    node->link[0] = node->link[1] = nullptr;
+    *link = node;
+}
+
+void generic_remove_node(rb_node **link)
+{
+    if (link == nullptr || *link == nullptr) return;
+    const rb_node *const node = *link;
+    if (node->link[0] == nullptr || node->link[1] == nullptr) {
+        *link = node->link[node->link[0] == nullptr];
+        return;
+    }
+    rb_node **rightmost = &(*link)->link[0];
+    while ((*rightmost)->link[1] != nullptr) rightmost = &(*rightmost)->link[1];
+    rb_node *const heir = *rightmost;
+    *rightmost = heir->link[0];
+    heir->link[0] = node->link[0]; // read after the heir has gone: it may have been this child
+    heir->link[1] = node->link[1];
+    *link = heir;
+}
+
+void generic_rotate_tree_left(rb_node **link)
+{
+    if (link != nullptr && *link != nullptr && (*link)->link[1] != nullptr) rotate(*link, false);
+}
+
+void generic_rotate_tree_right(rb_node **link)
+{
+    if (link != nullptr && *link != nullptr && (*link)->link[0] != nullptr) rotate(*link, true);
+}
+
+} // extern "C"
