@@ -1,2 +1,75 @@
-// list_sort.cpp - see include/vnlib/list_sort.h
+// list_sort.cpp - a top-down merge sort that runs along the list once.
+//
+// The ring is opened into a chain of next links that ends in null. Each call takes its items off
+// the front of what is left of that chain, so no half is ever walked just to find its middle:
+//
+//     rest:  5 -> 2 -> 9 -> 4 -> null        sort(rest, 2) returns 5 -> 2 and leaves 9 -> 4
+//
+// The prev links are wrong meanwhile; they are set in one walk at the end.
 #include "vnlib/list_sort.h"
+
+#include <utility>
+
+namespace vn::list_sort {
+namespace {
+
+using Compare = int (*)(list_link *a, list_link *b);
+
+// Of equal items the one of the second chain goes first: callers' orders rely on it.
+list_link *merge(list_link *a, list_link *b, Compare compare)
+{
+    list_link *merged = nullptr;
+    list_link **tail = &merged;
+    while (a != nullptr && b != nullptr) {
+        list_link *&first = compare(a, b) > 0 ? a : b;
+        *tail = first;
+        tail = &first->next;
+        first = first->next;
+    }
+    *tail = a != nullptr ? a : b;
+    return merged;
+}
+
+// `last` marks the call that takes the end of the list: should the caller have counted too few,
+// the surplus stays with the last item instead of being lost.
+list_link *take_one(list_link *&rest, bool last)
+{
+    list_link *const taken = rest;
+    if (last || taken == nullptr)
+        rest = nullptr;
+    else
+        rest = std::exchange(taken->next, nullptr);
+    return taken;
+}
+
+list_link *sort(list_link *&rest, int count, bool last, Compare compare)
+{
+    if (count < 2) return take_one(rest, last);
+    list_link *const first = sort(rest, count / 2, false, compare);
+    list_link *const second = sort(rest, count - count / 2, last, compare);
+    return merge(first, second, compare);
+}
+
+void close_ring(list_link &head, list_link *chain)
+{
+    list_link *previous = &head;
+    for (; chain != nullptr; chain = chain->next) {
+        previous->next = chain;
+        chain->prev = previous;
+        previous = chain;
+    }
+    previous->next = &head;
+    head.prev = previous;
+}
+
+} // namespace
+} // namespace vn::list_sort
+
+extern "C" void __list_sort(struct list_link *head, int count,
+                            int (*compare)(struct list_link *a, struct list_link *b))
+{
+    if (head == nullptr || compare == nullptr || count < 2 || head->next == head) return;
+    list_link *rest = head->next;
+    head->prev->next = nullptr;
+    vn::list_sort::close_ring(*head, vn::list_sort::sort(rest, count, true, compare));
+}
