@@ -17,3 +17,8 @@ vnlib_test(sha1 LIBRARIES OpenSSL::Crypto)
 vnlib_test(sha256 LIBRARIES OpenSSL::Crypto)
 vnlib_test(red_black_tree)
 vnlib_fault_test(red_black_tree WRAP __vn_log)
+vnlib_test(hash)
+vnlib_test(list_sort)
+vnlib_test(check_lock)
+vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy strdup
+  vn_memcheck_malloc vn_memcheck_free SOURCES ../src/check_lock/spin_fallback.cpp)

@@ -1,0 +1,226 @@
+// registry.cpp - which source location holds which lock.
+//
+//     sites, newest first:   s.c:12 count=2  <->  t.c:40 count=1
+//                               ^     ^              ^
+//     references:            lock A  lock B       lock C
+//
+// Invariant: a site's count is the number of its references plus the number of times that a lock
+//            already held was taken there again; a site whose count falls to 0 is dropped.
+// Beware:    a site is known by the hash of its "file:line" text alone.
+#include "vnlib/check_lock.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "check_lock/index.h"
+#include "support/mutex.h"
+#include "vnlib/hash.h"
+#include "vnlib/memcheck.h"
+#include "vnlib/vnstrings.h"
+
+namespace vn::check_lock {
+namespace {
+
+struct Site {
+    uint64_t key = 0;
+    Site *chain = nullptr;
+    Site *next = nullptr, *prev = nullptr; // in the order in which the table is printed
+    char *file = nullptr;
+    size_t line = 0;
+    uint32_t tag = 0; // kept for whoever looks at the registry in a debugger
+    size_t count = 0;
+};
+
+struct Reference {
+    uint64_t key = 0; // the identity of the lock
+    Reference *chain = nullptr;
+    Site *site = nullptr;
+};
+
+uint64_t identity(const void *lock)
+{
+    return reinterpret_cast<uintptr_t>(lock);
+}
+
+// The key of "file:line", unless there is no memory for that text.
+std::optional<uint64_t> site_key(const char *file, size_t line)
+{
+    char *text = nullptr;
+    if (__vn_asprintf(&text, "check_lock_add", 110, "%s:%zu", file, line) < 0) return std::nullopt;
+    const uint64_t key = hash_str_64(text);
+    vn_memcheck_free(vn_free, text, "check_lock:112");
+    return key;
+}
+
+class Registry {
+public:
+    constexpr Registry() = default;
+    Registry(const Registry &) = delete;
+    Registry &operator=(const Registry &) = delete;
+
+    // Lock wrappers call us also while nobody wants the registry; that must cost next to nothing.
+    [[nodiscard]] bool running() const { return running_.load(std::memory_order_relaxed); }
+
+    void start() VN_EXCLUDES(mutex_)
+    {
+        const MutexLock hold(mutex_);
+        clear();
+        running_.store(true, std::memory_order_relaxed);
+    }
+
+    void stop() VN_EXCLUDES(mutex_)
+    {
+        const MutexLock hold(mutex_);
+        running_.store(false, std::memory_order_relaxed);
+        clear();
+    }
+
+    // Returns whether it is time to print the table.
+    bool add(const char *file, size_t line, uint64_t lock, uint32_t tag) VN_EXCLUDES(mutex_);
+    void remove(uint64_t lock) VN_EXCLUDES(mutex_);
+    void dump() VN_EXCLUDES(mutex_);
+
+private:
+    Site *find_or_make(uint64_t key, const char *file, size_t line, uint32_t tag)
+        VN_REQUIRES(mutex_);
+    bool record(uint64_t lock, Site &site) VN_REQUIRES(mutex_);
+    void count_one_less(Site &site) VN_REQUIRES(mutex_);
+    void clear() VN_REQUIRES(mutex_);
+
+    std::atomic<bool> running_ = false;
+    Mutex mutex_;
+    Site *newest_ VN_GUARDED_BY(mutex_) = nullptr;
+    Index<Site> sites_ VN_GUARDED_BY(mutex_);
+    Index<Reference> references_ VN_GUARDED_BY(mutex_);
+};
+
+void release(Site &site)
+{
+    free(site.file);
+    free(&site);
+}
+
+Site *Registry::find_or_make(uint64_t key, const char *file, size_t line, uint32_t tag)
+{
+    if (Site *const known = sites_.find(key)) return known;
+    auto *const site = static_cast<Site *>(calloc(1, sizeof(Site)));
+    char *const name = strdup(file);
+    if (site == nullptr || name == nullptr) {
+        free(site);
+        free(name);
+        return nullptr;
+    }
+    *site = {.key = key, .next = newest_, .file = name, .line = line, .tag = tag};
+    if (newest_ != nullptr) newest_->prev = site;
+    newest_ = site;
+    sites_.add(*site);
+    return site;
+}
+
+bool Registry::record(uint64_t lock, Site &site)
+{
+    auto *const reference = static_cast<Reference *>(malloc(sizeof(Reference)));
+    if (reference == nullptr) return false;
+    *reference = {.key = lock, .site = &site};
+    references_.add(*reference);
+    return true;
+}
+
+void Registry::count_one_less(Site &site)
+{
+    if (--site.count > 0) return;
+    (site.prev != nullptr ? site.prev->next : newest_) = site.next;
+    if (site.next != nullptr) site.next->prev = site.prev;
+    sites_.remove(site);
+    release(site);
+}
+
+bool Registry::add(const char *file, size_t line, uint64_t lock, uint32_t tag)
+{
+    const std::optional<uint64_t> key = site_key(file, line);
+    if (!key) return false;
+    const MutexLock hold(mutex_);
+    if (!running()) return false;
+    Site *const site = find_or_make(*key, file, line, tag);
+    if (site == nullptr) return false;
+    const size_t count = ++site->count; // also for a lock that is held: each attempt shows
+    if (references_.find(lock) != nullptr) {
+        printf("Multiple references found %s:%zu\n", file, line);
+        return false;
+    }
+    if (!record(lock, *site)) {
+        count_one_less(*site);
+        return false;
+    }
+    return count % 10 == 0;
+}
+
+void Registry::remove(uint64_t lock)
+{
+    {
+        const MutexLock hold(mutex_);
+        if (!running()) return;
+        if (Reference *const reference = references_.find(lock)) {
+            references_.remove(*reference);
+            count_one_less(*reference->site);
+            free(reference);
+            return;
+        }
+    }
+    puts("Could not find reference to remove");
+}
+
+void Registry::dump()
+{
+    const MutexLock hold(mutex_);
+    for (const Site *site = newest_; site != nullptr; site = site->next)
+        printf("%s:%zu count=%zu\n", site->file, site->line, site->count);
+}
+
+void Registry::clear()
+{
+    references_.clear([](Reference &reference) { free(&reference); });
+    sites_.clear(release);
+    newest_ = nullptr;
+}
+
+constinit Registry registry;
+
+} // namespace
+} // namespace vn::check_lock
+
+using vn::check_lock::identity;
+using vn::check_lock::registry;
+
+extern "C" {
+
+int check_lock_init(void)
+{
+    registry.start();
+    return 0;
+}
+
+void check_lock_add(const char *file, size_t line, const void *lock, uint32_t tag)
+{
+    if (!registry.running()) return;
+    if (registry.add(file == nullptr ? "(null)" : file, line, identity(lock), tag)) registry.dump();
+}
+
+void check_lock_remove(const void *lock)
+{
+    if (registry.running()) registry.remove(identity(lock));
+}
+
+void check_lock_dump(void)
+{
+    registry.dump();
+}
+
+void check_lock_exit(void)
+{
+    registry.stop();
+}
+}

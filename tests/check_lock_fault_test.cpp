@@ -1,0 +1,216 @@
+// The registry without memory, the reference count when its lock fails, and the spin locks for C
+// libraries that have none, built here under names of their own.
+#include "vnlib/check_lock.h"
+
+#include <cerrno>
+#include <thread>
+
+#include "support/capture.h"
+#include "support/fault_alloc.h"
+#include "vnlib/memcheck.h"
+
+extern "C" {
+int mutex_spin_init(void **lock, int pshared);
+int mutex_spin_destroy(void **lock);
+int mutex_spin_lock(void **lock);
+int mutex_spin_trylock(void **lock);
+int mutex_spin_unlock(void **lock);
+
+int __real_pthread_spin_init(pthread_spinlock_t *lock, int pshared);
+int __real_pthread_spin_destroy(pthread_spinlock_t *lock);
+int __wrap_pthread_spin_init(pthread_spinlock_t *lock, int pshared);
+int __wrap_pthread_spin_destroy(pthread_spinlock_t *lock);
+void *__real_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line);
+void __real_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site);
+void *__wrap_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line);
+void __wrap_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site);
+char *__real_strdup(const char *text);
+char *__wrap_strdup(const char *text);
+}
+
+namespace {
+
+int spin_error = 0;
+bool strdup_fails = false;
+std::vector<std::string> tracked;
+void *tracked_block = nullptr;
+
+const void *const kLock = &spin_error;
+
+std::string table()
+{
+    return test::capture_fd(1, check_lock_dump);
+}
+
+TEST(CheckLockFaults, ChargesItsTextToAFixedSiteAndReleasesItTheSameWay)
+{
+    check_lock_init();
+    tracked.clear();
+    check_lock_add("a.c", 12, kLock, 0);
+    ASSERT_EQ(tracked.size(), 2u);
+    EXPECT_EQ(tracked[0], "malloc 7 check_lock_add:110");
+    EXPECT_EQ(tracked[1].substr(0, 16), "free check_lock:");
+    check_lock_exit();
+}
+
+TEST(CheckLockFaults, RecordsNothingWithoutMemory)
+{
+    check_lock_init();
+    const std::string text = test::capture_fd(1, [] {
+        const size_t failures =
+            fault::for_each_failing_allocation([] { check_lock_add("a.c", 12, kLock, 0); });
+        EXPECT_EQ(failures, 3u); // the text, the location, the reference
+    });
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(table(), "a.c:12 count=1\n"); // of the attempt that succeeded
+    check_lock_remove(kLock);
+    EXPECT_EQ(table(), "");
+    check_lock_exit();
+}
+
+TEST(CheckLockFaults, RecordsNothingWithoutMemoryForTheFileName)
+{
+    check_lock_init();
+    strdup_fails = true;
+    check_lock_add("a.c", 12, kLock, 0);
+    strdup_fails = false;
+    EXPECT_EQ(table(), "");
+    check_lock_exit();
+}
+
+TEST(CheckLockFaults, KeepsTheCountWhenALaterReferenceFails)
+{
+    check_lock_init();
+    check_lock_add("a.c", 12, kLock, 0);
+    {
+        const fault::FailAllocations plan(2); // the text comes first, the location is there
+        check_lock_add("a.c", 12, &spin_error + 1, 0);
+        EXPECT_EQ(plan.failed(), 1u);
+    }
+    EXPECT_EQ(table(), "a.c:12 count=1\n");
+    check_lock_exit();
+}
+
+TEST(CheckLockFaults, WorksOnWithAnIndexThatCannotGrow)
+{
+    check_lock_init();
+    const char *const base = reinterpret_cast<const char *>(kLock);
+    for (size_t i = 0; i < 64; ++i) check_lock_add("a.c", i, base + i, 0);
+    {
+        const fault::FailAllocations plan(3); // the location's index wants to double
+        check_lock_add("a.c", 64, base + 64, 0);
+        EXPECT_EQ(plan.failed(), 1u);
+    }
+    for (size_t i = 0; i < 65; ++i) check_lock_remove(base + i);
+    EXPECT_EQ(table(), "");
+    check_lock_exit();
+}
+
+TEST(VnReferenceFaults, ReportsALockThatCannotBeInitialised)
+{
+    vn_reference reference;
+    spin_error = EAGAIN;
+    errno = 0;
+    EXPECT_EQ(vn_reference_prep(&reference, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    spin_error = 0;
+}
+
+TEST(VnReferenceFaults, DoesNotCallBackWhenTheLockCannotBeDestroyed)
+{
+    vn_reference reference;
+    int called = 0;
+    ASSERT_EQ(vn_reference_prep(
+                  &reference, [](void *count) { ++*static_cast<int *>(count); }, &called),
+              0);
+    vn_reference_acquire(&reference);
+    spin_error = EBUSY;
+    errno = 0;
+    EXPECT_EQ(vn_reference_release(&reference), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(called, 0);
+    spin_error = 0;
+    pthread_spin_destroy(&reference.lock);
+}
+
+TEST(MutexSpin, ExcludesOthersWhileHeld)
+{
+    void *lock = nullptr;
+    ASSERT_EQ(mutex_spin_init(&lock, PTHREAD_PROCESS_PRIVATE), 0);
+    EXPECT_NE(lock, nullptr);
+    EXPECT_EQ(mutex_spin_lock(&lock), 0);
+    EXPECT_EQ(mutex_spin_trylock(&lock), EBUSY);
+    EXPECT_EQ(mutex_spin_unlock(&lock), 0);
+    EXPECT_EQ(mutex_spin_trylock(&lock), 0);
+    EXPECT_EQ(mutex_spin_unlock(&lock), 0);
+    EXPECT_EQ(mutex_spin_destroy(&lock), 0);
+    EXPECT_EQ(lock, nullptr);
+}
+
+TEST(MutexSpin, IgnoresTheSharingAskedFor)
+{
+    void *lock = nullptr;
+    EXPECT_EQ(mutex_spin_init(&lock, PTHREAD_PROCESS_SHARED), 0);
+    EXPECT_EQ(mutex_spin_destroy(&lock), 0);
+}
+
+TEST(MutexSpin, AnswersEagainAndHoldsNothingWithoutMemory)
+{
+    void *lock = &lock;
+    {
+        const fault::FailAllocations plan(1);
+        EXPECT_EQ(mutex_spin_init(&lock, PTHREAD_PROCESS_PRIVATE), EAGAIN);
+    }
+    EXPECT_EQ(EAGAIN, 11);
+    EXPECT_EQ(lock, nullptr);
+    EXPECT_EQ(mutex_spin_lock(&lock), EINVAL);
+    EXPECT_EQ(mutex_spin_trylock(&lock), EINVAL);
+    EXPECT_EQ(mutex_spin_unlock(&lock), EINVAL);
+    EXPECT_EQ(mutex_spin_destroy(&lock), EINVAL);
+}
+
+TEST(MutexSpin, CountsRightUnderManyThreads)
+{
+    void *lock = nullptr;
+    ASSERT_EQ(mutex_spin_init(&lock, PTHREAD_PROCESS_PRIVATE), 0);
+    int counter = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 5000; ++i) {
+                mutex_spin_lock(&lock);
+                ++counter;
+                mutex_spin_unlock(&lock);
+            }
+        });
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(counter, 20000);
+    EXPECT_EQ(mutex_spin_destroy(&lock), 0);
+}
+
+} // namespace
+
+int __wrap_pthread_spin_init(pthread_spinlock_t *lock, int pshared)
+{
+    return spin_error != 0 ? spin_error : __real_pthread_spin_init(lock, pshared);
+}
+int __wrap_pthread_spin_destroy(pthread_spinlock_t *lock)
+{
+    return spin_error != 0 ? spin_error : __real_pthread_spin_destroy(lock);
+}
+void *__wrap_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line)
+{
+    tracked.push_back("malloc " + std::to_string(size) + " " + site + ":" + std::to_string(line));
+    tracked_block = __real_vn_memcheck_malloc(alloc, size, site, line);
+    return tracked_block;
+}
+void __wrap_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site)
+{
+    EXPECT_EQ(ptr, tracked_block);
+    tracked.push_back(std::string("free ") + site);
+    __real_vn_memcheck_free(release, ptr, site);
+}
+char *__wrap_strdup(const char *text)
+{
+    return strdup_fails ? nullptr : __real_strdup(text);
+}
