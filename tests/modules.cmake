@@ -22,3 +22,5 @@ vnlib_test(list_sort)
 vnlib_test(check_lock)
 vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy strdup
   vn_memcheck_malloc vn_memcheck_free SOURCES ../src/check_lock/spin_fallback.cpp)
+vnlib_test(scsi)
+target_compile_definitions(scsi_test PRIVATE VNLIB_SCSI_TABLES="${PROJECT_SOURCE_DIR}/src/scsi")

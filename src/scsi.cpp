@@ -1,2 +1,0 @@
-// scsi.cpp - see include/vnlib/scsi.h
-#include "vnlib/scsi.h"

@@ -1,0 +1,309 @@
+// scsi.cpp - texts of SCSI codes: the tables, and one look-up each.
+//
+// The long tables are *.tsv beside this file: one row a line, to be read beside T10's lists and
+// corrected with any editor. The build turns each into ROW(...) lines, and the compiler turns those
+// into pools of text (texts.h) and into indexes, so that no look-up searches a table:
+//
+//     sense code   asc -> its first cell, + ascq -> start of the text
+//     descriptor   code / 32 -> the few rows of that standard
+//     all others   the code is the row
+#include "vnlib/scsi.h"
+
+#include <algorithm>
+
+#include "scsi/texts.h"
+
+namespace vn::scsi {
+namespace {
+
+struct Row {
+    unsigned code;
+    Literal text;
+};
+
+// A list of `Size` rows, one for each code from 0; those not in `rows` read `otherwise`.
+template <size_t Size, size_t Given>
+consteval std::array<Row, Size> by_code(const Row (&rows)[Given], Literal otherwise)
+{
+    std::array<Row, Size> list;
+    for (unsigned code = 0; code < Size; ++code) list[code] = {code, otherwise};
+    for (const Row &row : rows) list[row.code] = row;
+    return list;
+}
+
+// Rows that lie behind the last code answer for all above it.
+template <const auto &kRows>
+const char *text_of_code(size_t code)
+{
+    return text_of_row<kRows>(std::min(code, std::size(kRows) - 1));
+}
+
+// Whether the keys of `rows` grow from each to the next.
+template <typename Rows, typename Key>
+consteval bool ascend(const Rows &rows, Key key)
+{
+    for (size_t i = 1; i < std::size(rows); ++i) {
+        if (key(rows[i - 1]) >= key(rows[i])) return false;
+    }
+    return true;
+}
+
+// ---- sense codes ----
+
+struct SenseCode {
+    uint8_t asc;
+    uint8_t ascq;
+    Literal text;
+};
+constexpr SenseCode kSenseCodes[] = {
+#define ROW(asc, ascq, text) {0x##asc, 0x##ascq, text},
+#include "scsi/asc-ascq.inc"
+#undef ROW
+    {0xFF, 0xFF, "Unknown ASC/ASCQ"}, // what every pair without a row gets
+};
+constexpr size_t kUnknownSenseCode = std::size(kSenseCodes) - 1;
+
+static_assert(ascend(kSenseCodes, [](const SenseCode &row) { return row.asc << 8 | row.ascq; }),
+              "asc-ascq.tsv is in ascending order, each pair once");
+
+// The codes whose qualifier is a number answer, whatever it is, with the text that has their own
+// place in the whole list: the first of them with the first text, and so on. Whoever reads our logs
+// has always seen these.
+struct NumberedCode {
+    uint8_t asc;
+    uint16_t start;
+};
+consteval auto numbered_codes()
+{
+    constexpr uint8_t kCodes[] = {
+#define ROW(asc, ascq, text) 0x##asc,
+#include "scsi/asc-only.inc"
+#undef ROW
+    };
+    std::array<NumberedCode, std::size(kCodes)> list{};
+    for (size_t i = 0; i < list.size(); ++i) list[i] = {kCodes[i], kStarts<kSenseCodes>[i]};
+    return list;
+}
+constexpr auto kNumberedCodes = numbered_codes();
+
+// For each ASC, where its cells begin; it has one for each ASCQ up to its last.
+constexpr size_t kAscs = kSenseCodes[kUnknownSenseCode - 1].asc + size_t{1};
+consteval std::array<uint16_t, kAscs + 1> first_cells()
+{
+    std::array<uint16_t, kAscs + 1> first{};
+    for (size_t i = 0; i < kUnknownSenseCode; ++i) {
+        first[kSenseCodes[i].asc + size_t{1}] = static_cast<uint16_t>(kSenseCodes[i].ascq + 1);
+    }
+    for (size_t asc = 0; asc < kAscs; ++asc)
+        first[asc + 1] = static_cast<uint16_t>(first[asc + 1] + first[asc]);
+    return first;
+}
+constexpr std::array<uint16_t, kAscs + 1> kFirstCell = first_cells();
+
+consteval std::array<uint16_t, kFirstCell[kAscs]> sense_cells()
+{
+    std::array<uint16_t, kFirstCell[kAscs]> cells;
+    cells.fill(kStarts<kSenseCodes>[kUnknownSenseCode]);
+    for (size_t i = 0; i < kUnknownSenseCode; ++i) {
+        cells[kFirstCell[kSenseCodes[i].asc] + size_t{kSenseCodes[i].ascq}] =
+            kStarts<kSenseCodes>[i];
+    }
+    return cells;
+}
+constexpr std::array<uint16_t, kFirstCell[kAscs]> kSenseCells = sense_cells();
+
+uint16_t sense_text_start(unsigned asc, unsigned ascq)
+{
+    for (const NumberedCode &code : kNumberedCodes) {
+        if (asc == code.asc) return code.start;
+    }
+    constexpr uint16_t kUnknown = kStarts<kSenseCodes>[kUnknownSenseCode];
+    if (asc >= kAscs) return kUnknown;
+    const unsigned cell = kFirstCell[asc] + ascq;
+    return cell < kFirstCell[asc + 1] ? kSenseCells[cell] : kUnknown;
+}
+
+// ---- commands ----
+
+constexpr Row kCommands[] = {
+#define ROW(position, stored, text) {stored, text},
+#include "scsi/operation-codes.inc"
+#undef ROW
+};
+constexpr uint8_t kCommandPositions[] = {
+#define ROW(position, stored, text) 0x##position,
+#include "scsi/operation-codes.inc"
+#undef ROW
+};
+consteval bool positions_are_in_order()
+{
+    for (size_t i = 0; i < std::size(kCommandPositions); ++i) {
+        if (kCommandPositions[i] != i) return false;
+    }
+    return std::size(kCommandPositions) == 256;
+}
+static_assert(positions_are_in_order(),
+              "operation-codes.tsv has a row for each code, in their order");
+
+// ---- sense keys; their code is the severity ----
+
+enum Severity : unsigned { kInformation, kError, kOverflow };
+
+constexpr Row kSenseKeys[] = {
+    {kInformation, "NO SENSE"},
+    {kInformation, "RECOVERED ERROR"},
+    {kError, "NOT_READY"},
+    {kError, "MEDIUM ERROR"},
+    {kError, "HARDWARE ERROR"},
+    {kError, "ILLEGAL REQUEST"},
+    {kError, "UNIT ATTENTION"},
+    {kError, "DATA PROTECT"},
+    {kError, "BLANK CHECK"},
+    {kError, "VENDOR SPECIFIC"},
+    {kError, "COPY ABORTED"},
+    {kError, "ABORTED COMMAND"},
+    {kError, "EQUAL"},
+    {kOverflow, "VOLUME OVERFLOW"},
+    {kError, "MISCOMPARE"},
+    {kError, "SENSE RESERVED"},
+    // A key 16 does not exist, but is answered: with what used to follow in memory.
+    kCommands[0],
+};
+consteval std::array<uint8_t, std::size(kSenseKeys)> severities()
+{
+    std::array<uint8_t, std::size(kSenseKeys)> list{};
+    for (size_t key = 0; key < list.size(); ++key)
+        list[key] = static_cast<uint8_t>(kSenseKeys[key].code);
+    return list;
+}
+constexpr std::array<uint8_t, std::size(kSenseKeys)> kSeverities = severities();
+
+// ---- short lists ----
+
+constexpr Row kRevisions[] = {{0, "None"},  {1, "SCSI-1"}, {2, "SCSI-2"}, {3, "SPC"},
+                              {4, "SPC-2"}, {5, "SPC-3"},  {6, "SPC-4"},  {7, "Unknown"}};
+
+constexpr auto kDeviceTypes = by_code<33>(
+    {
+        {0, "Direct access block device"},
+        {1, "Sequential-access device"},
+        {2, "Printer device"},
+        {3, "Processor device"},
+        {4, "Write-once device"},
+        {5, "CDROM/DVD device"},
+        {6, "Scanner device"},
+        {7, "Optical memory device"},
+        {8, "Media changer device"},
+        {9, "Communications device"},
+        {12, "Storage array controller device"},
+        {13, "Enclosure services device"},
+        {14, "Simplified direct-access device"},
+        {15, "Optical card reader/writer device"},
+        {16, "Bridge controller commands"},
+        {17, "Object-based storage device"},
+        {18, "Automation/Drive interface device"},
+        {19, "Security Manager Device"},
+        {30, "Well known logical unit"},
+        {31, "Unknown"},
+    },
+    "Reserved");
+
+constexpr auto kStatuses = by_code<0x42>(
+    {
+        {0x00, "GOOD"},
+        {0x02, "CHECK CONDITION"},
+        {0x04, "CONDITION MET"},
+        {0x08, "BUSY"},
+        {0x10, "INTERMEDIATE"},
+        {0x14, "INTERMEDIATE-CONDITION MET"},
+        {0x18, "RESERVATION CONFLICT"},
+        {0x22, "COMMAND TERMINATED"},
+        {0x28, "TASK SET FULL"},
+        {0x30, "ACA ACTIVE"},
+        {0x40, "TASK ABORTED"},
+    },
+    "Reserved");
+
+} // namespace
+} // namespace vn::scsi
+
+using namespace vn::scsi; // the list is public and has C linkage, its index is ours
+
+// ---- version descriptors ----
+
+constexpr scsi_standard standards_list[] = {
+#define ROW(code, text) {0x##code, text},
+#include "scsi/version-descriptors.inc"
+#undef ROW
+};
+static_assert(ascend(standards_list, [](const scsi_standard &row) { return row.code; }),
+              "version-descriptors.tsv is in ascending order, each code once");
+
+namespace vn::scsi {
+namespace {
+
+// T10 gives a standard 32 codes: one group. Where each group's rows begin:
+constexpr size_t kCodesOfAGroup = 32;
+constexpr size_t kGroups = standards_list[std::size(standards_list) - 1].code / kCodesOfAGroup + 1;
+consteval std::array<uint16_t, kGroups + 1> first_rows()
+{
+    std::array<uint16_t, kGroups + 1> first{};
+    for (const scsi_standard &row : standards_list) ++first[row.code / kCodesOfAGroup + 1];
+    for (size_t group = 0; group < kGroups; ++group)
+        first[group + 1] = static_cast<uint16_t>(first[group + 1] + first[group]);
+    return first;
+}
+constexpr std::array<uint16_t, kGroups + 1> kFirstRow = first_rows();
+
+const char *standard_text(uint16_t code)
+{
+    const size_t group = code / kCodesOfAGroup;
+    if (group >= kGroups) return nullptr;
+    for (size_t row = kFirstRow[group]; row < kFirstRow[group + 1]; ++row) {
+        if (standards_list[row].code == code) return standards_list[row].text;
+    }
+    return nullptr;
+}
+
+} // namespace
+} // namespace vn::scsi
+
+const char *get_ascascq_info(unsigned char asc, unsigned char ascq)
+{
+    return &kPool<kSenseCodes>[sense_text_start(asc, ascq)];
+}
+
+const char *get_scsi_standard(uint16_t code)
+{
+    return standard_text(code);
+}
+
+const char *get_scsi_revision(unsigned char version)
+{
+    return text_of_code<kRevisions>(version);
+}
+
+const char *get_device_type(unsigned char type)
+{
+    return text_of_code<kDeviceTypes>(type);
+}
+
+const char *get_status_info(unsigned char status)
+{
+    return text_of_code<kStatuses>(status);
+}
+
+const char *get_condition_info(unsigned char key)
+{
+    return key < std::size(kSenseKeys) ? text_of_row<kSenseKeys>(key) : nullptr;
+}
+
+unsigned get_condition_severity(unsigned char key)
+{
+    return key < std::size(kSenseKeys) ? kSeverities[key] : unsigned{kError};
+}
+
+const char *get_command_info(unsigned char opcode)
+{
+    return text_of_row<kCommands>(opcode);
+}
