@@ -38,7 +38,7 @@ bool SharedTags::make_room()
 {
     if (2 * (used_ + 1) <= slots_of(bits_)) return true;
     const unsigned bits = bits_ == 0 ? kFirstBits : bits_ + 1;
-    auto *const slots = static_cast<Entry *>(calloc(slots_of(bits), sizeof(Entry)));
+    auto *const slots = static_cast<Entry *>(calloc(size_t{1} << bits, sizeof(Entry)));
     if (slots == nullptr) return false;
     Entry *const old = slots_;
     const size_t old_count = slots_of(bits_);
