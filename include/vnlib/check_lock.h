@@ -15,6 +15,16 @@
 VN_BEGIN_DECLS
 
 /*
+ * POSIX's spin lock type. A strictly standard C compilation (-std=c99) makes glibc hide the name
+ * from the program, though not from the library, so say there what the name stands for.
+ */
+#if defined(__GLIBC__) && !defined(__USE_XOPEN2K)
+typedef volatile int vn_spinlock_t;
+#else
+typedef pthread_spinlock_t vn_spinlock_t;
+#endif
+
+/*
  * A reference count, embedded in the caller's object. The callback runs once, without a lock held,
  * when the last reference is released; it may release the object itself.
  *
@@ -24,7 +34,7 @@ VN_BEGIN_DECLS
  */
 struct vn_reference {
     int count;
-    pthread_spinlock_t lock;
+    vn_spinlock_t lock;
     void (*release)(void *); /* may be null */
     void *arg;
 };
