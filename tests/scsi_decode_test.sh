@@ -81,5 +81,6 @@ printed=$(printf '70 00 05 00\n00 00 00 0a\n00 00 00 00 24 00\n' | "$decode" sen
 [ "$printed" = "$fixed" ] || fail "standard input: printed '$printed'"
 status=0
 "$decode" opcode 12 >/dev/full 2>"$scratch/err" || status=$?
-[ "$status" = 1 ] && grep -q '^scsi_decode: cannot write: ' "$scratch/err" || fail 'a full device goes unnoticed'
+[ "$status" = 1 ] || fail "a full device: exit status $status"
+grep -q '^scsi_decode: cannot write: ' "$scratch/err" || fail 'a full device goes unnoticed'
 exit $((failures > 0))
