@@ -326,7 +326,8 @@ unsigned q_queuecount(q_queue *queue)
 {
     if (queue == nullptr) return 0;
     const auto occupied = [](const q_element *element) { return element != nullptr; };
-    return static_cast<unsigned>(std::ranges::count_if(slots_of(*queue), occupied));
+    const std::span slots = slots_of(*queue);
+    return static_cast<unsigned>(std::count_if(slots.begin(), slots.end(), occupied));
 }
 
 void q_dump_queue(q_queue *queue, q_dump_queue_fn dump, void *arg)
