@@ -221,17 +221,17 @@ clparse_head *new_head(const HeadSite &site)
     root.value.children = new_sentinel(site.function, site.sentinel);
     root.tag = copy_text("head", site.function, site.tag);
     if (prepared && root.value.children != nullptr && root.tag != nullptr) return head;
-    release_head(head);
+    release_head(head, VN_CORELINK_HERE);
     return nullptr;
 }
 
-void release_head(clparse_head *head)
+void release_head(clparse_head *head, const char *where)
 {
     release_children(head->root, Privates::kKeep);
     release_tag(head->root, VN_CORELINK_HERE);
     pthread_spin_destroy(&head->root.ref.lock);
     if (head->scanner != nullptr) yylex_destroy(head->scanner);
-    vn_memcheck_free(vn_free, head, VN_CORELINK_HERE);
+    vn_memcheck_free(vn_free, head, where);
 }
 
 } // namespace vn::corelink

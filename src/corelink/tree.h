@@ -156,7 +156,7 @@ struct HeadSite {
     const char *function;
     unsigned head, sentinel, tag;
 };
-clparse_head *new_head(const HeadSite &site); // an empty tree, or null without memory
-void release_head(clparse_head *head);        // the tree, the scanner and the head
+clparse_head *new_head(const HeadSite &site);             // an empty tree, or null without memory
+void release_head(clparse_head *head, const char *where); // the tree, the scanner and the head
 
 } // namespace vn::corelink

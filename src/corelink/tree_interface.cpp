@@ -108,7 +108,7 @@ struct clparse_node *clparse_get_head(struct clparse_head *head)
 
 void clparse_stop(struct clparse_head *head)
 {
-    if (head != nullptr) release_head(head);
+    if (head != nullptr) release_head(head, VN_CORELINK_HERE);
 }
 
 int clparse_append_child(struct clparse_node *parent, struct clparse_node *child)

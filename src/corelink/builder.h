@@ -1,0 +1,59 @@
+// builder.h - builds the tree while the parser reads; one function for each rule of the grammar.
+//
+//     root ── count ⇄ opts            "count=3,opts.list=[1,"
+//                      └ (list) ── 1
+//                          └ cursor
+//
+// The head's cursor is the node that the next value will fill. It is in no list; its parent is the
+// container that will receive it. A container between its brackets is in no list either, and has no
+// type: it is known as the parent of what is being built in it.
+//
+// Ownership: each function that takes a text owns it, whatever its result is. A failed step leaves
+//            the tree as it was.
+#pragma once
+
+#include "corelink/tag_index.h"
+#include "corelink/tree.h"
+#include "vnlib/corelink_lex.h"
+
+namespace vn::corelink {
+
+enum class Step { kDone, kSyntaxError, kNoMemory };
+
+class Builder {
+public:
+    // The head has a scanner with the text, and a cursor.
+    explicit Builder(clparse_head &head) : head_(head) {}
+
+    int next_token(clparse_lex_value &value) { return yylex(&value, head_.scanner); }
+
+    Step string_value(char *text);
+    void number_value(uint64_t number);
+    void boolean_value(unsigned char flag);
+
+    Step open_container();
+    void close_struct();
+    void close_array();
+
+    Step end_member(char *tag); // without a value, too
+    Step end_element();
+
+    Step enter_prefix(char *tag);
+    void leave_prefix();
+
+    // Tells the reader of the memory debugger's pane what is wrong, and where.
+    void report(const char *message) const;
+
+    // Releases what is in no list yet: the cursor, and containers that were not closed.
+    void abandon();
+
+private:
+    clparse_node &cursor() { return *head_.cursor; }
+    void close(Type type, const char *where);
+    bool append_cursor();
+
+    clparse_head &head_;
+    TagIndex index_;
+};
+
+} // namespace vn::corelink
