@@ -1,5 +1,7 @@
 # One line per test program, in the order of the modules.
 vnlib_test(bits)
+vnlib_test(memcheck)
+vnlib_fault_test(memcheck WRAP pthread_create write fflush poll)
 vnlib_test(queue)
 vnlib_fault_test(queue)
 vnlib_test(vnstrings)

@@ -48,6 +48,7 @@ void *check_until_stopped(void *argument)
     write_out("\x1b[2J");
     write_out("\x1b[H");
     screen().show(0, nullptr);
+    sem_post(&context.screen_is_clear);
     unsigned passes = 0;
     while (context.running.load(std::memory_order_acquire) == 1) {
         context.registry.check_all();
@@ -66,7 +67,12 @@ void start_checker(Context &context)
     const MutexLock hold(context.drawing);
     const int error = pthread_create(&context.checker, nullptr, check_until_stopped, &context);
     context.has_checker = error == 0;
-    if (error == 0) return;
+    if (error == 0) {
+        // What the program shows from now on is not to be wiped out by a checker that starts late.
+        while (sem_wait(&context.screen_is_clear) != 0) {
+        }
+        return;
+    }
     // Blocks are tracked all the same, with nobody to check them: callers rely on the start.
     char text[kLongestPiece + 1];
     const int length =

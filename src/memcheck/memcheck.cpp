@@ -46,10 +46,10 @@ void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
     write_marker(block.post);
 }
 
-void *record(Context &context, Records records, const char *site)
+void *record(Context &context, Owned<Block> block, Owned<Site> spare_site, const char *site)
 {
-    void *const user = records.block->user;
-    context.registry.add(std::move(records.block), site, std::move(records.spare_site));
+    void *const user = block->user;
+    context.registry.add(std::move(block), site, std::move(spare_site));
     return user;
 }
 
@@ -80,7 +80,7 @@ void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_t size, const c
     write_marker(raw);
     fill_guarded(*records.block, raw, size, line);
     if (site == nullptr) return abandon(alloc, raw);
-    return record(context, std::move(records), site);
+    return record(context, std::move(records.block), std::move(records.spare_site), site);
 }
 
 // The raw block, off the record. Ends the process if `ptr` is no live block.
@@ -99,6 +99,11 @@ void release_guarded(Context &context, vn_free_fn release, void *ptr, const char
     show_total(context.registry);
 }
 
+void *resize_raw(void *raw, size_t size)
+{
+    return size > kLargestGuarded ? out_of_memory() : realloc(raw, size + kGuardSize);
+}
+
 // Whatever allocator made the block, it is resized by the C library. When that fails the block
 // stays what and where it was.
 void *resize_guarded(Context &context, void *ptr, size_t size, const char *site, unsigned line)
@@ -107,25 +112,16 @@ void *resize_guarded(Context &context, void *ptr, size_t size, const char *site,
     if (lifted == nullptr)
         screen().last_words("Could not find the allocation to realloc (%s:%u)", printable(site),
                             line);
-    if (size > kLargestGuarded) {
-        context.registry.put_back(*lifted);
-        return out_of_memory();
-    }
-    Records records;
-    records.spare_site = new_record<Site>();
-    void *const raw =
-        records.spare_site != nullptr ? realloc(lifted->raw, size + kGuardSize) : nullptr;
+    Owned<Site> spare_site = new_record<Site>();
+    void *const raw = spare_site != nullptr ? resize_raw(lifted->raw, size) : nullptr;
     if (raw == nullptr) {
         context.registry.put_back(*lifted);
         return nullptr;
     }
-    records.block = context.registry.remove_lifted(*lifted);
-    fill_guarded(*records.block, raw, size, line);
-    if (site == nullptr) {
-        free(raw);
-        return nullptr;
-    }
-    return record(context, std::move(records), site);
+    Owned<Block> block = context.registry.remove_lifted(*lifted);
+    fill_guarded(*block, raw, size, line);
+    if (site == nullptr) return abandon(malloc, raw);
+    return record(context, std::move(block), std::move(spare_site), site);
 }
 
 void *allocate_for_device(Context &context, vn_alloc_fn alloc, size_t size, const char *site)
@@ -138,7 +134,7 @@ void *allocate_for_device(Context &context, vn_alloc_fn alloc, size_t size, cons
     records.block->kind = Kind::kDevice;
     records.block->raw = records.block->user = raw;
     records.block->size = static_cast<uint32_t>(size);
-    return record(context, std::move(records), site);
+    return record(context, std::move(records.block), std::move(records.spare_site), site);
 }
 
 } // namespace

@@ -1,0 +1,401 @@
+// memcheck_fault_test.cpp - the tracker without memory, without its thread, and on a difficult
+// terminal; and, as without the thread nothing else draws, the exact bytes of everything it draws.
+#include "vnlib/memcheck.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "support/checked_child.h"
+#include "support/fault_alloc.h"
+#include "support/terminal.h"
+
+using test::checked_child;
+using test::ChildResult;
+using test::run_in_child;
+using test::Terminal;
+
+namespace {
+
+// What the library's system calls are to do, and what they were asked.
+struct {
+    bool record = false;
+    std::vector<std::string> calls; // "write <bytes>", "fflush", "poll"
+    size_t longest_write = SIZE_MAX;
+    std::vector<int> write_errors; // the next writes fail with these
+    int create_error = EAGAIN;     // of pthread_create; 0 lets it through
+} sys;
+
+void note(const std::string &call)
+{
+    if (sys.record) sys.calls.push_back(call);
+}
+
+} // namespace
+
+extern "C" {
+ssize_t __real_write(int fd, const void *bytes, size_t count);
+ssize_t __wrap_write(int fd, const void *bytes, size_t count);
+int __real_fflush(FILE *stream);
+int __wrap_fflush(FILE *stream);
+int __real_poll(pollfd *fds, nfds_t count, int timeout);
+int __wrap_poll(pollfd *fds, nfds_t count, int timeout);
+int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                          void *(*body)(void *), void *argument);
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                          void *(*body)(void *), void *argument);
+}
+
+ssize_t __wrap_write(int fd, const void *bytes, size_t count)
+{
+    if (!sys.write_errors.empty()) {
+        errno = sys.write_errors.front();
+        sys.write_errors.erase(sys.write_errors.begin());
+        return errno == 0 ? 0 : -1;
+    }
+    count = std::min(count, sys.longest_write);
+    note("write " + std::string(static_cast<const char *>(bytes), count));
+    return __real_write(fd, bytes, count);
+}
+
+int __wrap_fflush(FILE *stream)
+{
+    note("fflush");
+    return __real_fflush(stream);
+}
+
+int __wrap_poll(pollfd *fds, nfds_t count, int timeout)
+{
+    if (!(count == 1 && fds->fd == 1)) return __real_poll(fds, count, timeout);
+    EXPECT_EQ(fds->events, POLLOUT);
+    note("poll");
+    return 1;
+}
+
+int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                          void *(*body)(void *), void *argument)
+{
+    if (sys.create_error != 0) return sys.create_error;
+    return __real_pthread_create(thread, attributes, body, argument);
+}
+
+namespace {
+
+const std::string kStarted =
+    "Staring memory debug\nvn_memory_start - unable to start vn memcheck 11\n";
+
+// The bytes that `body` puts on the screen with the tracker on and no checker.
+std::string drawn_by(const std::function<void()> &body)
+{
+    const ChildResult child = checked_child([&] {
+        EXPECT_EQ(vn_memcheck_start(), 0);
+        body();
+    });
+    EXPECT_TRUE(child.out.starts_with(kStarted)) << child.out;
+    return child.out.substr(std::min(kStarted.size(), child.out.size()));
+}
+
+// A display line as it must be drawn.
+std::string line(int number, const std::string &text)
+{
+    return "\x1b[H\x1b[" + std::to_string(number + 3) + "B\r\x1b[K" + text + "\x1b[" +
+           std::to_string(45 - number) + "B\r";
+}
+
+std::string panel(const std::vector<std::string> &sites)
+{
+    std::string bytes = "\x1b[H" + line(-3, "=== Vornel Memory Debugger ===");
+    for (size_t i = 0; i < 30; ++i)
+        bytes += line(static_cast<int>(i), i < sites.size() ? sites[i] : "");
+    return bytes + line(33, "------------------------------------DEBUG"
+                            "------------------------------------");
+}
+
+std::string pane(const std::vector<std::string> &lines)
+{
+    std::string bytes;
+    for (size_t i = 0; i < 11; ++i) bytes += line(34 + static_cast<int>(i), lines[i]);
+    return bytes;
+}
+
+void *alloc(size_t size, const char *site)
+{
+    return vn_memcheck_malloc(malloc, size, site, 1);
+}
+
+} // namespace
+
+// --- the bytes ---------------------------------------------------------------------------------
+
+TEST(ScreenBytes, OfALine)
+{
+    EXPECT_EQ(drawn_by([] { EXPECT_EQ(gotoline(5, "text"), 0); }),
+              "\x1b[H\x1b[8B\r\x1b[Ktext\x1b[40B\r");
+    EXPECT_EQ(drawn_by([] { gotoline(-3, ""); }), "\x1b[H\x1b[0B\r\x1b[K\x1b[48B\r");
+    EXPECT_EQ(drawn_by([] { gotoline(0, nullptr); }), "\x1b[H\x1b[3B\x1b[45B\r");
+}
+
+TEST(ScreenBytes, OfLinesFarAway)
+{
+    EXPECT_EQ(drawn_by([] { gotoline(50, "x"); }), "\x1b[H\x1b[53B\r\x1b[Kx\x1b[-5B\r");
+    EXPECT_EQ(drawn_by([] { gotoline(-100, "x"); }), "\x1b[H\x1b[-97B\r\x1b[Kx\x1b[145B\r");
+    EXPECT_EQ(drawn_by([] { gotoline(INT_MAX - 3, nullptr); }),
+              "\x1b[H\x1b[2147483647B\x1b[-2147483599B\r");
+    EXPECT_EQ(drawn_by([] { gotoline(INT_MIN, nullptr); }),
+              "\x1b[H\x1b[-2147483645B\x1b[-2147483603B\r");
+    EXPECT_EQ(drawn_by([] { gotoline(INT_MAX, nullptr); }),
+              "\x1b[H\x1b[-2147483646B\x1b[-2147483602B\r");
+}
+
+TEST(ScreenBytes, OfTheLongestText)
+{
+    const std::string fits(251, 'x');
+    EXPECT_EQ(drawn_by([&] { gotoline(1, fits.c_str()); }), line(1, fits));
+    EXPECT_EQ(drawn_by([&] { gotoline(1, (fits + "y").c_str()); }), line(1, fits));
+}
+
+TEST(ScreenBytes, OfTheCountLine)
+{
+    EXPECT_EQ(drawn_by([] {
+                  vn_memcheck_free(free, alloc(5, "f"), "t");
+                  vn_memcheck_free(free, vn_dmacheck_malloc(malloc, 5, "f"), "t");
+              }),
+              line(-1, "Total Allocations: 00001") + line(-1, "Total Allocations: 00000") +
+                  line(-1, "Total Allocations: -00001"));
+}
+
+TEST(ScreenBytes, OfStop)
+{
+    EXPECT_EQ(drawn_by([] {
+                  vn_dmacheck_malloc(malloc, 10, "b");
+                  vn_dmacheck_malloc(malloc, 5, "b");
+                  vn_dmacheck_malloc(malloc, 3, "a");
+                  EXPECT_EQ(vn_memcheck_stop(), 0);
+              }),
+              line(0, "=============== MemDebug  Top ===============") +
+                  panel({"Count 2 \tAve Size:7\t:b", "Count 1 \tAve Size:3\t:a"}) +
+                  line(29, "============= MemDebug Complete ============="));
+}
+
+TEST(ScreenBytes, OfAFullPanel)
+{
+    std::vector<std::string> tags, lines;
+    for (int i = 0; i < 31; ++i) tags.push_back("site" + std::to_string(i));
+    for (int i = 0; i < 30; ++i) lines.push_back("Count 1 \tAve Size:8\t:site" + std::to_string(i));
+    EXPECT_EQ(drawn_by([&] {
+                  for (const std::string &tag : tags) vn_dmacheck_malloc(malloc, 8, tag.c_str());
+                  vn_memcheck_stop();
+              }),
+              line(0, "=============== MemDebug  Top ===============") + panel(lines) +
+                  line(29, "============= MemDebug Complete ============="));
+}
+
+TEST(ScreenBytes, OfTheDebugPane)
+{
+    EXPECT_EQ(drawn_by([] {
+                  memdbg_printf("one");
+                  memdbg_printf(" two\nthree\n");
+              }),
+              pane({"", "", "", "", "", "", "", "", "", "", "one"}) +
+                  pane({"", "", "", "", "", "", "", "", "", "one two", "three"}));
+}
+
+TEST(ScreenBytes, OfTheLastWords)
+{
+    const ChildResult child = run_in_child([] {
+        vn_memcheck_start();
+        vn_memcheck_free(free, &sys, "where:1");
+    });
+    EXPECT_TRUE(child.exited_with(255));
+    EXPECT_EQ(child.out, kStarted + line(-2, "Could not find the allocation to free (where:1)"));
+}
+
+// --- stdio and the terminal --------------------------------------------------------------------
+
+TEST(ScreenWrites, ALineIsOneWrite)
+{
+    drawn_by([] {
+        sys.record = true;
+        gotoline(5, "text");
+        gotoline(5, nullptr);
+        sys.record = false;
+        EXPECT_EQ(sys.calls, (std::vector<std::string>{"write " + line(5, "text"),
+                                                       "write \x1b[H\x1b[8B\x1b[40B\r"}));
+    });
+}
+
+TEST(ScreenWrites, WhatTheProgramPrintedIsFlushedBehindTheText)
+{
+    const auto print_and_draw = [](const char *text) {
+        setvbuf(stdout, nullptr, _IOFBF, 4096);
+        printf("printed");
+        sys.record = true;
+        gotoline(5, text);
+        sys.record = false;
+    };
+    EXPECT_EQ(drawn_by([&] {
+                  print_and_draw("text");
+                  EXPECT_EQ(sys.calls, (std::vector<std::string>{"write \x1b[H\x1b[8B\r\x1b[Ktext",
+                                                                 "fflush", "write \x1b[40B\r"}));
+              }),
+              "\x1b[H\x1b[8B\r\x1b[Ktextprinted\x1b[40B\r");
+    EXPECT_EQ(drawn_by([&] { print_and_draw(nullptr); }), "\x1b[H\x1b[8B\x1b[40B\rprinted")
+        << "without text nothing is flushed";
+}
+
+TEST(ScreenWrites, GoOnAfterShortAndInterruptedWrites)
+{
+    EXPECT_EQ(drawn_by([] {
+                  sys.longest_write = 3;
+                  sys.write_errors = {EINTR, EINTR};
+                  gotoline(5, "some text");
+              }),
+              line(5, "some text"));
+}
+
+TEST(ScreenWrites, WaitForANonblockingTerminal)
+{
+    EXPECT_EQ(drawn_by([] {
+                  sys.record = true;
+                  sys.write_errors = {EAGAIN};
+                  gotoline(5, "text");
+                  EXPECT_EQ(sys.calls.front(), "poll");
+              }),
+              line(5, "text"));
+}
+
+TEST(ScreenWrites, GiveUpOnATerminalThatIsGone)
+{
+    EXPECT_EQ(drawn_by([] {
+                  for (const int error : {EIO, EBADF, 0}) {
+                      sys.write_errors = {error};
+                      errno = EDOM;
+                      EXPECT_EQ(gotoline(5, "text"), 0);
+                      EXPECT_EQ(errno, EDOM);
+                  }
+              }),
+              "");
+}
+
+// --- without memory ----------------------------------------------------------------------------
+
+TEST(MemcheckFaults, VnMallocGivesNull)
+{
+    const fault::FailAllocations plan(1);
+    EXPECT_EQ(vn_malloc(10), nullptr);
+}
+
+TEST(MemcheckFaults, StartFailsWithoutMemoryAndTracksNothing)
+{
+    checked_child([] {
+        {
+            const fault::FailAllocations plan(1);
+            EXPECT_EQ(vn_memcheck_start(), -1);
+        }
+        EXPECT_EQ(gotoline(1, "x"), -1);
+        EXPECT_EQ(vn_memcheck_stop(), -1);
+        vn_memcheck_free(free, malloc(5), "f");
+    });
+}
+
+TEST(MemcheckFaults, ASecondStartWithoutMemoryTurnsTheTrackerOff)
+{
+    checked_child([] {
+        sys.create_error = 0;
+        EXPECT_EQ(vn_memcheck_start(), 0);
+        {
+            const fault::FailAllocations plan(1);
+            EXPECT_EQ(vn_memcheck_start(), -1);
+        }
+        EXPECT_EQ(vn_memcheck_stop(), -1);
+        vn_memcheck_free(free, malloc(5), "f");
+    });
+}
+
+TEST(MemcheckFaults, WithoutACheckerBlocksAreTrackedAllTheSame)
+{
+    drawn_by([] {
+        auto *const block = static_cast<char *>(alloc(5, "f"));
+        block[5] = 0; // nobody looks
+        usleep(20000);
+        vn_memcheck_free(free, block, "t");
+        EXPECT_EQ(vn_memcheck_stop(), 0);
+    });
+}
+
+TEST(MemcheckFaults, AnAllocationThatFailsAnywhereLeavesNothingBehind)
+{
+    const std::string bytes = drawn_by([] {
+        size_t failures = fault::for_each_failing_allocation([] {
+            if (void *const block = alloc(5, "f")) vn_memcheck_free(free, block, "t");
+        });
+        EXPECT_EQ(failures, 3u); // the two records and the block
+        failures = fault::for_each_failing_allocation([] {
+            if (void *const block = vn_dmacheck_malloc(malloc, 5, "f"))
+                vn_memcheck_free(free, block, "t");
+        });
+        EXPECT_EQ(failures, 3u);
+        vn_memcheck_stop();
+    });
+    // One count up and one down for each of the two runs that succeeded.
+    EXPECT_EQ(bytes, line(-1, "Total Allocations: 00001") + line(-1, "Total Allocations: 00000") +
+                         line(-1, "Total Allocations: -00001") +
+                         line(0, "=============== MemDebug  Top ===============") + panel({}) +
+                         line(29, "============= MemDebug Complete ============="));
+}
+
+TEST(MemcheckFaults, AResizeThatFailsAnywhereChangesNothing)
+{
+    const std::string bytes = drawn_by([] {
+        vn_dmacheck_malloc(malloc, 1, "front");
+        auto *block = static_cast<char *>(alloc(4, "f"));
+        strcpy(block, "abc");
+        vn_dmacheck_malloc(malloc, 1, "back");
+        const size_t failures = fault::for_each_failing_allocation([&] {
+            void *const resized = vn_memcheck_realloc(block, 4000, "g", 2);
+            if (resized != nullptr) block = static_cast<char *>(resized);
+            EXPECT_STREQ(block, "abc");
+        });
+        EXPECT_EQ(failures, 2u); // the site and the block
+        {
+            const fault::FailAllocations plan(2);
+            EXPECT_EQ(vn_memcheck_realloc(block, 5000, "h", 2), nullptr);
+        }
+        vn_memcheck_stop();
+    });
+    EXPECT_TRUE(
+        bytes.ends_with(panel({"Count 1 \tAve Size:1\t:front", "Count 1 \tAve Size:1\t:back",
+                               "Count 1 \tAve Size:4000\t:g"}) +
+                        line(29, "============= MemDebug Complete =============")));
+}
+
+TEST(MemcheckFaults, WithoutMemoryForTheIndexBlocksAreStillFound)
+{
+    checked_child([] {
+        vn_memcheck_start();
+        std::vector<void *> blocks;
+        for (int i = 0; i < 2000; ++i) {
+            // Each call makes three allocations; a fourth is for a table that wants to grow.
+            const fault::FailAllocations plan(4, 1000);
+            blocks.push_back(vn_dmacheck_malloc(malloc, 8, "f"));
+        }
+        for (void *block : blocks)
+            vn_dma_free([](void *ptr, size_t) { return free(ptr), 0; }, block, 8, "t");
+    });
+}
+
+TEST(MemcheckFaults, StoppingWithoutACheckerJoinsNobody)
+{
+    checked_child([] {
+        vn_memcheck_start();
+        EXPECT_EQ(vn_memcheck_stop(), 0);
+        EXPECT_EQ(vn_memcheck_stop(), -1);
+        EXPECT_EQ(vn_memcheck_start(), 0);
+    });
+}
