@@ -26,3 +26,6 @@ vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy strdup
   vn_memcheck_malloc vn_memcheck_free SOURCES ../src/check_lock/spin_fallback.cpp)
 vnlib_test(scsi)
 target_compile_definitions(scsi_test PRIVATE VNLIB_SCSI_TABLES="${PROJECT_SOURCE_DIR}/src/scsi")
+vnlib_test(log SOURCES support/private_dev.cpp)
+vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog vsyslog
+  vn_memcheck_malloc vn_memcheck_free)

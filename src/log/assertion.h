@@ -3,11 +3,10 @@
 
 #include <cstddef>
 
+#include "log/level.h"
 #include "vnlib/log.h"
 
 namespace vn::log {
-
-constexpr int kError = 3;
 
 // `file` and `line` are texts of the interface: fixed values that callers grep for.
 inline void report_assertion(const char *expression, const char *file, size_t line)

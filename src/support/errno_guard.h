@@ -8,9 +8,11 @@ namespace vn {
 class ErrnoGuard {
 public:
     ErrnoGuard() : saved_(errno) {}
-    ~ErrnoGuard() { errno = saved_; }
+    ~ErrnoGuard() { restore(); }
     ErrnoGuard(const ErrnoGuard &) = delete;
     ErrnoGuard &operator=(const ErrnoGuard &) = delete;
+
+    void restore() const { errno = saved_; } // for a "%m" in the middle of the scope
 
 private:
     const int saved_;
