@@ -29,3 +29,5 @@ target_compile_definitions(scsi_test PRIVATE VNLIB_SCSI_TABLES="${PROJECT_SOURCE
 vnlib_test(log SOURCES support/private_dev.cpp)
 vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog vsyslog
   vn_memcheck_malloc vn_memcheck_free)
+vnlib_test(tellog)
+vnlib_fault_test(tellog WRAP socket bind listen accept4 sendmsg poll pthread_create ctime_r)
