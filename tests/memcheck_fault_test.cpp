@@ -21,6 +21,12 @@ using test::ChildResult;
 using test::run_in_child;
 using test::Terminal;
 
+extern "C" const char *__tsan_default_options();
+extern "C" const char *__tsan_default_options()
+{
+    return "atexit_sleep_ms=0"; // many children here exit
+}
+
 namespace {
 
 // What the library's system calls are to do, and what they were asked.

@@ -28,6 +28,18 @@ using test::ChildResult;
 using test::run_in_child;
 using test::Terminal;
 
+// Sanitizers end a process that asks for too much; the C library gives it null, as is tested here.
+extern "C" const char *__asan_default_options();
+extern "C" const char *__asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+extern "C" const char *__tsan_default_options();
+extern "C" const char *__tsan_default_options()
+{
+    return "allocator_may_return_null=1 atexit_sleep_ms=0"; // many children here exit
+}
+
 namespace {
 
 constexpr uint32_t kMarker = 0xDEADBEAF;
@@ -681,6 +693,15 @@ TEST(UnknownPointer, EndsTheProcessForEveryCallThatLooksForIt)
         EXPECT_TRUE(child.exited_with(255)) << message;
         EXPECT_EQ(Terminal(child.out).line(-2), message);
     }
+}
+
+TEST(UnknownPointer, StaysOnTheScreenHoweverLongTheExitTakes)
+{
+    const ChildResult child = last_output([] {
+        atexit([] { usleep(500000); }); // several panels' time
+        release(&seen);
+    });
+    EXPECT_EQ(Terminal(child.out).line(-2), "Could not find the allocation to free (test:1)");
 }
 
 TEST(UnknownPointer, EndsTheProcessForABlockFromBeforeTheStart)

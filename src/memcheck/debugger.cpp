@@ -39,7 +39,7 @@ void show_top(Registry &registry)
 void refresh_panel(Context &context)
 {
     const MutexLock hold(context.drawing);
-    if (tracking() == &context) show_top(context.registry);
+    if (tracking() == &context && !screen().had_last_words()) show_top(context.registry);
 }
 
 void *check_until_stopped(void *argument)

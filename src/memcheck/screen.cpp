@@ -105,6 +105,7 @@ void Screen::last_words(const char *format, ...)
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    had_last_words_ = true;
     show(kFatalLine, text);
     exit(-1);
 }

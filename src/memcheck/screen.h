@@ -1,7 +1,7 @@
 // screen.h - the memory debugger's display: lines at fixed places of a terminal.
 //
 //     line   row              content
-//      -3      0 (home)       banner
+//      -3      0 (home)       banner; drawn by "down 0 rows", which terminals take for 1
 //      -2      1              last words before the process ends
 //      -1      2              "Total Allocations: ..."
 //       0..29  3..32          sites with most live blocks
@@ -13,6 +13,7 @@
 // several threads and processes on one terminal do not tear each other up.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string_view>
 
@@ -43,10 +44,13 @@ public:
 
     // Shows the formatted message on the line for it and ends the process with exit(-1).
     [[noreturn]] void last_words(const char *format, ...) __attribute__((format(printf, 2, 3)));
+    // True from then on: the panel, whose banner terminals draw in the same row, must stay away.
+    [[nodiscard]] bool had_last_words() const { return had_last_words_; }
 
     Mutex &mutex() VN_RETURN_CAPABILITY(mutex_) { return mutex_; } // for fork
 
 private:
+    std::atomic<bool> had_last_words_ = false;
     Mutex mutex_; // cursor and line belong together
 };
 
