@@ -12,6 +12,7 @@
 //            the tree as it was.
 #pragma once
 
+#include "corelink/scanner.h"
 #include "corelink/tag_index.h"
 #include "corelink/tree.h"
 #include "vnlib/corelink_lex.h"
@@ -25,7 +26,7 @@ public:
     // The head has a scanner with the text, and a cursor.
     explicit Builder(clparse_head &head) : head_(head) {}
 
-    int next_token(clparse_lex_value &value) { return yylex(&value, head_.scanner); }
+    int next_token(clparse_lex_value &value) { return corelink::next_token(value, head_.scanner); }
 
     Step string_value(char *text);
     void number_value(uint64_t number);

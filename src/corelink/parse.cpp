@@ -1,4 +1,5 @@
 // parse.cpp - reads a text into a new tree.
+#include "corelink/attempt.h"
 #include "corelink/builder.h"
 #include "corelink/tree.h"
 #include "vnlib/memcheck.h"
@@ -10,6 +11,7 @@ namespace vn::corelink {
 namespace {
 
 constexpr char kSite[] = "clparse_start";
+constexpr int kExhausted = 2; // the parser's result without memory
 
 // Gives the head what the parser needs: a cursor, and a scanner with the text.
 bool prepare(clparse_head &head, const char *text)
@@ -20,10 +22,13 @@ bool prepare(clparse_head &head, const char *text)
     return yylex_init(&head.scanner) == 0 && yy_scan_string(text, head.scanner) != nullptr;
 }
 
+// One attempt serves for all tokens: a text in memory never makes the scanner ask for more of it,
+// so nothing fails there, and a jump out of the parser is a last resort only.
 bool parse(clparse_head &head)
 {
     Builder builder(head);
-    const int result = corelink_grammar_parse(builder);
+    int result = kExhausted;
+    attempt(head.scanner, [&] { result = corelink_grammar_parse(builder); });
     if (result == 0) return true;
     memdbg_printf("%s: parsing failed: %d\n", kSite, result);
     builder.abandon();

@@ -2,6 +2,8 @@
 // (scanner_interface.cpp) need of each other.
 #pragma once
 
+union clparse_lex_value;
+
 namespace vn::corelink {
 
 // Where the generated code would end the process: writes the message to standard error and leaves
@@ -14,5 +16,8 @@ bool scanner_keeps(void *scanner, const void *block);
 // Drops what is left in the current buffer after a token could not be finished. `not_grown` is the
 // block that could not be made larger, or null.
 void empty_scanner(void *scanner, const void *not_grown);
+
+// yylex() for a caller that is in an attempt already.
+int next_token(clparse_lex_value &value, void *scanner);
 
 } // namespace vn::corelink

@@ -1,35 +1,19 @@
 // scanner_interface.cpp - the exported scanner functions around the generated ones.
-//
-// The generated code knows one answer to a failure: end the process. Here a failure leaves the call
-// instead:
-//
-//     program ──> yy_scan_bytes ──> attempt ──> generated code ──> memory ── none left ──┐
-//                      ^                                                                 │
-//                      └── the failure value <── blocks of this call released <── longjmp ┘
-//
-// The jump starts where the memory is asked for, before the generated code has stored anything, so
-// the scanner stays as it was. It crosses generated C code alone, in which no object has a
-// destructor. An attempt belongs to its thread.
 #include <algorithm>
 #include <climits>
-#include <csetjmp>
 #include <cstdlib>
 #include <cstring>
 
+#include "corelink/attempt.h"
 #include "corelink/scanner.h"
 #include "vnlib/corelink_lex.h"
 
 #define YYSTYPE clparse_lex_value
 #include "corelink/generated_scanner.h"
 
-namespace {
+namespace vn::corelink {
 
-struct Attempt {
-    jmp_buf way_out;
-    void *made[3] = {}; // what this call has allocated so far: a stack, a buffer, its text
-    unsigned count = 0;
-    void *not_grown = nullptr; // the block whose growing failed
-};
+namespace {
 
 // The initial-exec model keeps the dynamic loader out of the library's needs.
 constinit thread_local Attempt *current __attribute__((tls_model("initial-exec"))) = nullptr;
@@ -37,38 +21,6 @@ constinit thread_local Attempt *current __attribute__((tls_model("initial-exec")
 [[noreturn]] void leave()
 {
     longjmp(current->way_out, 1); // NOLINT(cert-err52-cpp)
-}
-
-// What a failed call has allocated, except what it had handed to the scanner before it failed.
-void release_made(const Attempt &failed, void *scanner)
-{
-    for (unsigned i = 0; i < failed.count; ++i)
-        if (!vn::corelink::scanner_keeps(scanner, failed.made[i])) free(failed.made[i]);
-}
-
-// Runs `call` on a scanner, and `on_failure` with the attempt when it failed. False then, and for
-// a null scanner.
-template <typename Call, typename Failure>
-bool attempt(void *scanner, Call call, Failure on_failure)
-{
-    if (scanner == nullptr) return false;
-    Attempt here;
-    if (setjmp(here.way_out) == 0) { // NOLINT(cert-err52-cpp)
-        current = &here;
-        call();
-        current = nullptr;
-        return true;
-    }
-    current = nullptr;
-    release_made(here, scanner);
-    on_failure(here);
-    return false;
-}
-
-template <typename Call>
-bool attempt(void *scanner, Call call)
-{
-    return attempt(scanner, call, [](const Attempt &) {});
 }
 
 // For the calls that make a buffer.
@@ -84,7 +36,16 @@ constexpr int kMaxText = INT_MAX - static_cast<int>(kEndMarks);
 
 } // namespace
 
-namespace vn::corelink {
+void set_current(Attempt *attempt)
+{
+    current = attempt;
+}
+
+void release_made(const Attempt &failed, void *scanner)
+{
+    for (unsigned i = 0; i < failed.count; ++i)
+        if (!scanner_keeps(scanner, failed.made[i])) free(failed.made[i]);
+}
 
 void scanner_failed(const char *message)
 {
@@ -92,7 +53,14 @@ void scanner_failed(const char *message)
     leave();
 }
 
+int next_token(clparse_lex_value &value, void *scanner)
+{
+    return corelink_scan_lex(&value, scanner);
+}
+
 } // namespace vn::corelink
+
+using namespace vn::corelink;
 
 // The generated scanner's memory. Zero-filled: it does not set every field of a buffer.
 void *corelink_scan_alloc(size_t size, void *)
@@ -125,7 +93,7 @@ int yylex(union clparse_lex_value *value, void *scanner)
     int token = 0;
     const bool done = attempt(
         scanner, [&] { token = corelink_scan_lex(value, scanner); },
-        [&](const Attempt &failed) { vn::corelink::empty_scanner(scanner, failed.not_grown); });
+        [&](const Attempt &failed) { empty_scanner(scanner, failed.not_grown); });
     return done ? token : 0;
 }
 

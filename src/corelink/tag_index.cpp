@@ -99,7 +99,7 @@ bool TagIndex::make_room()
     if (2 * (used_ + 1) <= size_) return true;
     const size_t size = size_ == 0 ? kFirstSize : 2 * size_;
     auto *const slots = static_cast<clparse_node **>(
-        vn_memcheck_malloc(vn_malloc, size * sizeof *slots_, "clparse_start", __LINE__));
+        vn_memcheck_malloc(vn_malloc, size * sizeof(void *), "clparse_start", __LINE__));
     if (slots == nullptr) return false;
     clparse_node **const old = slots_;
     const size_t old_size = size_;
