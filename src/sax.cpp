@@ -4,6 +4,7 @@
 //          | at compile time
 //          v
 //     kClassOf, kSteps       the same as two look-ups: byte to class, state x class to step
+//     kRuns                  what each state appends without being left: most of a document
 //          |
 //          v
 //     Parser                 fills buffers, calls back; knows no XML beyond the actions
@@ -215,20 +216,27 @@ Step step_for(uint8_t state, int c)
     return kSteps[state][kClassOf[static_cast<unsigned char>(c)]];
 }
 
-// The classes that, in a state, are appended and change nothing else: one bit each.
-consteval std::array<uint32_t, kStates> runs()
+// What a state appends without being left: the classes, one bit each, and the action that does it.
+// Line feeds are left out, so that they are counted where all other characters pass.
+struct Run {
+    uint32_t classes = 0;
+    uint32_t action = 0;
+};
+consteval std::array<Run, kStates> runs()
 {
     static_assert(kClasses <= 32);
-    std::array<uint32_t, kStates> of_state{};
+    std::array<Run, kStates> of_state{};
     for (size_t state = 0; state < kStates; ++state) {
         for (size_t i = 0; i < kClasses; ++i) {
             const Step step = kSteps[state][i];
-            if (appends(step.action) && step.next == state) of_state[state] |= uint32_t{1} << i;
+            if (!appends(step.action) || step.next != state || i == kClassOf['\n']) continue;
+            of_state[state].classes |= uint32_t{1} << i;
+            of_state[state].action = step.action;
         }
     }
     return of_state;
 }
-constexpr std::array<uint32_t, kStates> kRuns = runs();
+constexpr std::array<Run, kStates> kRuns = runs();
 
 // ---- the machine ----
 
@@ -247,27 +255,25 @@ struct Buffer {
     }
 };
 
-// What gather() found: `length` characters stored, and the one behind them, which stopped it.
+// What gather() found: how many characters it stored, and the one that stopped it, or EOF.
 struct Gathered {
     uint32_t length;
-    unsigned lines; // line feeds among all of them
-    int stopper;    // or EOF
+    int stopper;
 };
 
 // Stores what the stream gives into `out`, at most `room` characters, as long as it is of
 // `classes`. Most bytes of a document pass here. `out` is restricted because a store through a char
 // pointer might change anything, the stream's read position too, which would then be fetched again
-// for every character.
+// every time.
 Gathered gather(FILE *stream, char *__restrict out, uint32_t room, uint32_t classes)
 {
-    Gathered got{0, 0, EOF};
-    while ((got.stopper = getc_unlocked(stream)) != EOF) {
-        const auto c = static_cast<unsigned char>(got.stopper);
-        if (c == '\n') ++got.lines;
-        if (got.length == room || (classes >> kClassOf[c] & 1) == 0) break;
-        out[got.length++] = static_cast<char>(c);
+    uint32_t length = 0;
+    int c;
+    while ((c = getc_unlocked(stream)) != EOF) {
+        if ((classes >> kClassOf[static_cast<unsigned char>(c)] & 1) == 0 || length == room) break;
+        out[length++] = static_cast<char>(c);
     }
-    return got;
+    return {length, c};
 }
 
 struct Entity {
@@ -291,8 +297,7 @@ public:
     [[nodiscard]] bool parse();
 
 private:
-    int read();
-    int read_run(Buffer &buffer);
+    int next();
     [[nodiscard]] bool perform(uint8_t action, int c);
 
     [[nodiscard]] bool append_limited(Buffer &buffer, int c);
@@ -320,31 +325,24 @@ private:
 
 bool Parser::parse()
 {
-    for (int c = read(); c != EOF;) {
+    for (int c; (c = next()) != EOF;) {
         const Step step = step_for(state_, c);
         if (!perform(step.action, c)) return false;
-        const bool stays = step.next == state_;
         state_ = step.next;
-        c = stays && appends(step.action) ? read_run(buffers_[step.action]) : read();
     }
     return true;
 }
 
-int Parser::read()
+// Appends what leaves the state as it is; returns the first character, or EOF, that needs a closer
+// look.
+int Parser::next()
 {
-    const int c = getc_unlocked(stream_);
-    if (c == '\n') ++lines_;
-    return c;
-}
-
-// Reads on into `buffer` while the state stays as it is and there is room; returns the character,
-// or EOF, that needs another look.
-int Parser::read_run(Buffer &buffer)
-{
+    const Run run = kRuns[state_];
+    Buffer &buffer = buffers_[run.action];
     const Gathered got =
-        gather(stream_, buffer.bytes + buffer.length, kCapacity - buffer.length, kRuns[state_]);
+        gather(stream_, buffer.bytes + buffer.length, kCapacity - buffer.length, run.classes);
     buffer.length += got.length;
-    lines_ += got.lines;
+    if (got.stopper == '\n') ++lines_;
     return got.stopper;
 }
 
