@@ -31,3 +31,4 @@ vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog
   vn_memcheck_malloc vn_memcheck_free)
 vnlib_test(tellog)
 vnlib_fault_test(tellog WRAP socket bind listen accept4 sendmsg poll pthread_create ctime_r)
+vnlib_test(corelink_query)

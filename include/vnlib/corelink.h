@@ -189,29 +189,151 @@ VN_API int clparse_set_node_value_s(struct clparse_node *node, const char *text)
 VN_API int clparse_set_node_value_n(struct clparse_node *node, int32_t value);
 VN_API int clparse_set_node_value_b(struct clparse_node *node, int flag);
 
-/* ---- queries, merges and writers ---- */
+/*
+ * ---- Reading values by path ----
+ *
+ * A path names one child a step, separated by dots: "servers.0.port". A step that begins with a
+ * decimal digit is a position: its leading digits count the children from 0, in structs as well as
+ * in arrays, whatever their tags ("3.name"; "3abc" is 3). Any other step is a tag, compared byte
+ * for byte. There is no escape: a tag that holds a dot or begins with a digit is reached by its
+ * position alone, and so is an element without a tag.
+ *
+ * On the way a step takes the first child that it names; when that is no container, or has not the
+ * rest of the path below it, nothing is found, even if a later child of the same name had it. At
+ * the end of the path the first child of the wanted type is taken, so of two children with one tag,
+ * a string and a number, clparse_get_string() finds the one and clparse_get_number() the other.
+ * Function nodes are found as themselves; what they yield is not looked into.
+ *
+ * A lookup allocates nothing, does not recurse, and takes time linear in the number of children it
+ * passes. The calls with a format build the path from it as printf does, in a tracked block charged
+ * to the call and released before it returns; they find nothing when that block cannot be had.
+ */
 
+/*
+ * The node at `path` below a container, of type `type` (an enum clparse_type, or -1 for any), or
+ * null. `container` is any struct or array; below another node there is nothing. The result belongs
+ * to the tree.
+ */
 VN_API struct clparse_node *clparse_get_tagtype(struct clparse_node *container, const char *path,
                                                 int type);
+
+/* The node of any type at `path` below the root, or null. The result belongs to the tree. */
 VN_API struct clparse_node *clparse_get_node(struct clparse_head *head, const char *path);
+
+/* The type (an enum clparse_type) of the node at the path, or -1 when there is none. */
 VN_API int clparse_get_type(struct clparse_head *head, const char *format, ...) VN_PRINTF(2, 3);
+
+/*
+ * Stores in *tag the tag of the node at the path: the node's own text, not a copy, and null for an
+ * element without one. Returns 0, or -1 with *tag as it was when there is no such node.
+ */
 VN_API int clparse_get_tag(struct clparse_head *head, char **tag, const char *format, ...)
     VN_PRINTF(3, 4);
+
+/*
+ * Store in *value the byte of the boolean, or all 64 bits of the number, at the path. Return 0, or
+ * -1 with *value as it was when there is no node of that type.
+ */
 VN_API int clparse_get_bool(struct clparse_head *head, unsigned char *value, const char *format,
                             ...) VN_PRINTF(3, 4);
 VN_API int clparse_get_number(struct clparse_head *head, uint64_t *value, const char *format, ...)
     VN_PRINTF(3, 4);
+
+/*
+ * Stores in *value a copy of the text of the string at the path: a tracked block that the caller
+ * releases with vn_memcheck_free() and vn_free. *value is null, and the result still 0, when the
+ * string has no text or memory for the copy is short. Returns -1 with *value null when there is no
+ * string at the path. `value` may be null: then only the result is given.
+ */
 VN_API int clparse_get_string(struct clparse_head *head, char **value, const char *format, ...)
     VN_PRINTF(3, 4);
+
+/*
+ * Lists what is at `path` (a plain text, no format): the paths of a container's members, each made
+ * of `path`, a dot and the member's tag, joined by commas; of any other node its tag. A member
+ * without a tag is listed by its position. A function node is listed as the node that it yields,
+ * with `path` unchanged; its release callback is called in any case.
+ *
+ * Returns a tracked block that the caller releases with vn_memcheck_free() and vn_free; the empty
+ * text when nothing is at the path; null when memory is short.
+ */
 VN_API char *clparse_get_path(struct clparse_head *head, const char *path);
+
+/*
+ * Adds an element, formatted as printf does, to the text of an array: "[]" becomes "[1]" and then
+ * "[1,2]". *text must end in "]", otherwise nothing is changed and the result is -1.
+ *
+ * With `capacity` 0, *text is a tracked block; it grows and may move. Returns 0, or -1 when memory
+ * is short: the text is then gone and *text null.
+ *
+ * Otherwise *text is a buffer of `capacity` bytes and stays where it is. Returns 0, or -1 when the
+ * text with the element and two more bytes does not fit; the text then lacks its closing bracket
+ * ("[1]" is left as "[1,"). No terminator is written behind the new bracket: beyond its text the
+ * buffer must hold zeros.
+ */
 VN_API int cl_cat_array_element(char **text, size_t capacity, const char *format, ...)
     VN_PRINTF(3, 4);
 
+/*
+ * ---- Merging one tree into another ----
+ *
+ * For each child of the source's root, in order, the children of the target's root are tried from
+ * the first. Tags must be equal; two absent tags are. Two containers match, a struct and an array
+ * as well: the source container's children are then merged into the target container in the same
+ * way. A source leaf matches any target node: that node takes the leaf's type and a copy of its
+ * value (no text, when it cannot be copied), and the children of a container that becomes a leaf
+ * are released. A source container matches no leaf. The first match ends the search.
+ *
+ * A source node without a match
+ *   clparse_select  is skipped: the target says what is wanted and is filled from the source;
+ *   clparse_update  ends the merge with -1;
+ *   clparse_insert  is appended to the target, as a new node with a copy of its text. The new node
+ *                   shares its tag and its children with the source node: a change below it shows
+ *                   in both trees, and both are released as usual, in any order.
+ *
+ * Function nodes stand for the node that they yield, on both sides. Each resolve call is followed
+ * by the release call once the result has served; the merge ends with -1 when a release callback
+ * reports a failure. Results still in use when a merge ends early are released, the innermost
+ * first. A target function node that yields nothing, and a null link in a target list, are reported
+ * on the log (level 3).
+ *
+ * All three return 0, or -1 as above and when memory is short or the target's root has no child
+ * list; what was merged by then stays. Source and target may be the same tree and may share parts.
+ * Time is linear in both trees, as long as no level of a thousand children or more holds function
+ * nodes. Nothing recurses.
+ */
 VN_API int clparse_select(struct clparse_head *target, struct clparse_head *source);
 VN_API int clparse_update(struct clparse_head *target, struct clparse_head *source);
 VN_API int clparse_insert(struct clparse_head *target, struct clparse_head *source);
 
+/*
+ * ---- Writing ----
+ *
+ * Both writers give a tracked block of exactly the text's length and its terminator, which the
+ * caller releases with vn_memcheck_free() and vn_free. They take time linear in the text, and they
+ * do not recurse. docs/corelink.md shows the forms.
+ */
+
+/*
+ * Writes the tree as an XML document: indented by tabs and one element a line when `pretty` is not
+ * 0, else on one line. Each element's attribute `type` names the kind of node. Strings are escaped
+ * (all five entities), tags are not. Function nodes are written as null elements, unresolved.
+ *
+ * Returns 0, also when the document cannot be written, because memory is short or a string has no
+ * text: *xml is then null. Returns -1 only for a null argument.
+ */
 VN_API int clparse_get_xml(struct clparse_head *head, char **xml, unsigned char pretty);
+
+/*
+ * Writes the tree as corelink text: with `path_mode` 0 the compact form that clparse_start() reads,
+ * otherwise the path of every leaf, separated by commas. In a path the position stands for a
+ * missing tag. Strings are written in quotes, with a backslash put before each quote in them.
+ * Function nodes are written as the members of the container that they yield, without a tag or
+ * brackets of their own.
+ *
+ * Stores the text in *text and returns 0; stores null and returns -1 when memory is short or a
+ * string has no text.
+ */
 VN_API int clparse_get_corelink(struct clparse_head *head, char **text, unsigned char path_mode);
 
 VN_END_DECLS
