@@ -32,5 +32,7 @@ vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog
 vnlib_test(tellog)
 vnlib_fault_test(tellog WRAP socket bind listen accept4 sendmsg poll pthread_create ctime_r)
 vnlib_test(corelink_query)
+vnlib_test(corelink_merge)
 vnlib_test(corelink_xml)
 vnlib_test(corelink_text)
+vnlib_fault_test(corelink_output)

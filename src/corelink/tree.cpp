@@ -234,4 +234,14 @@ void release_head(clparse_head *head, const char *where)
     vn_memcheck_free(vn_free, head, where);
 }
 
+void hold_list(clparse_node &sentinel)
+{
+    add_holder(sentinel);
+}
+
+void let_go_of_list(clparse_node &sentinel)
+{
+    if (drop_holder(sentinel)) release_list(&sentinel, Privates::kKeep);
+}
+
 } // namespace vn::corelink

@@ -131,6 +131,11 @@ void orphan_children(clparse_node &container);
 bool share_tag(const clparse_node &node);
 void share_children(const clparse_node &node);
 
+// Holds a list, given by its sentinel, for as long as it is read while a container that has it may
+// give it up; the last to let go of it releases it.
+void hold_list(clparse_node &sentinel);
+void let_go_of_list(clparse_node &sentinel);
+
 // A node with one owner, released with everything below it unless release() lets it go.
 class OwnedNode {
 public:
