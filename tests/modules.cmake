@@ -36,3 +36,6 @@ vnlib_test(corelink_merge)
 vnlib_test(corelink_xml)
 vnlib_test(corelink_text)
 vnlib_fault_test(corelink_output)
+vnlib_test(vnsock)
+vnlib_fault_test(vnsock WRAP socket setsockopt listen getsockname getaddrinfo freeaddrinfo
+  getnameinfo connect close fcntl fopen)

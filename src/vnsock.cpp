@@ -1,2 +1,0 @@
-// vnsock.cpp - see include/vnlib/vnsock.h
-#include "vnlib/vnsock.h"
