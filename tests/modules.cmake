@@ -39,3 +39,7 @@ vnlib_fault_test(corelink_output)
 vnlib_test(vnsock)
 vnlib_fault_test(vnsock WRAP socket setsockopt listen getsockname getaddrinfo freeaddrinfo
   getnameinfo connect close fcntl fopen)
+# Each takes a network of its own where the machine allows it; elsewhere they share the GUI's port.
+vnlib_test(remote_gui RESOURCE_LOCK gui_port)
+vnlib_fault_test(remote_gui RESOURCE_LOCK gui_port
+  WRAP pthread_create accept recv send setsockopt strdup)

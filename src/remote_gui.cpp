@@ -1,2 +1,0 @@
-// remote_gui.cpp - see include/vnlib/remote_gui.h
-#include "vnlib/remote_gui.h"
