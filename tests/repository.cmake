@@ -14,6 +14,12 @@ set_tests_properties(readme_test PROPERTIES ENVIRONMENT "SANITIZE=${VNLIB_SANITI
 if(NOT VNLIB_SANITIZE AND NOT CMAKE_C_FLAGS MATCHES coverage AND NOT CMAKE_CROSSCOMPILING)
   vnlib_script_test(install_test ${PROJECT_BINARY_DIR} ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
 endif()
+# The record is of the host's debug build: other compilers describe the same interface in other words.
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL x86_64 AND CMAKE_BUILD_TYPE STREQUAL Debug AND NOT VNLIB_SANITIZE
+   AND CMAKE_CXX_COMPILER_ID STREQUAL GNU AND NOT CMAKE_C_FLAGS MATCHES coverage)
+  vnlib_script_test(abi_record_test $<TARGET_FILE:vnlib> ${PROJECT_SOURCE_DIR}/include
+    ${PROJECT_SOURCE_DIR}/packaging/libvnlib.abi)
+endif()
 if(TARGET appliance)
   vnlib_script_test(appliance_test $<TARGET_FILE:appliance> ${PROJECT_SOURCE_DIR}/examples)
 endif()
