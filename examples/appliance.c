@@ -69,6 +69,13 @@ static const char usage_text[] =
             printf(__VA_ARGS__);                                                                   \
     } while (0)
 
+/* A heading of the report, set apart by an empty line where lines are not scarce. */
+static void heading(const struct settings *settings, const char *text)
+{
+    if (!settings->memdebug) printf("\n");
+    REPORT(settings, "%s:\n", text);
+}
+
 /* The whole file as a text that the caller frees, or NULL after a message. */
 static char *read_file(const char *path)
 {
@@ -199,8 +206,7 @@ static int write_documents(const struct settings *settings, struct clparse_head 
 static void show_broken(const struct settings *settings)
 {
     struct clparse_head *head = NULL;
-    REPORT(settings, "\nA file with a mistake in it (%s):\n", settings->broken);
-    fflush(stdout); /* the parser writes its message past the stream */
+    heading(settings, "A file with a mistake in it");
     head = parse_file(settings->broken);
     clparse_stop(head);
 }
@@ -211,15 +217,15 @@ static int one_round(const struct settings *settings)
     int result = 0;
     if (head == NULL) return -1;
 
-    REPORT(settings, "Values read by their paths:\n");
+    heading(settings, "Values read by their paths");
     print_values(settings, head);
-    REPORT(settings, "\nThe paths of one share:\n");
+    heading(settings, "The paths of one share");
     print_paths(settings, head, "shares.backup");
 
     if (settings->update != NULL) {
         result = merge_update(settings, head);
         if (result == 0) {
-            REPORT(settings, "\nThe same values after the update:\n");
+            heading(settings, "The same values after the update");
             print_values(settings, head);
         }
     }
@@ -301,6 +307,7 @@ int main(int argc, char **argv)
     int result = read_arguments(argc, argv, &settings);
     if (result != 0) return result - 1;
 
+    setvbuf(stdout, NULL, _IOLBF, 0); /* the report and the log stay in order in one file */
     memset(&action, 0, sizeof action);
     action.sa_handler = on_interrupt;
     sigaction(SIGINT, &action, NULL);

@@ -21,7 +21,7 @@ expect '  appliance.location.unit        26' "$scratch/out"
 expect '  network.ntp.enabled            false' "$scratch/out"
 expect '  shares.backup.path,shares.backup.comment,shares.backup.readonly,shares.backup.schedule' "$scratch/out"
 expect '(null): syntax error' "$scratch/out"
-expect 'Parent was network' "$scratch/out"
+expect "Parent was NULL" "$scratch/out"
 expect 'clparse_start: parsing failed: 1' "$scratch/out"
 grep -q '<description type="string">Lab \\&quot;north\\&quot; &amp; &lt;spare parts&gt; store</description>' \
   "$scratch/out.xml" || fail "the XML does not escape the description"

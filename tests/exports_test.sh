@@ -3,7 +3,7 @@
 # the C library is needed, nothing of a C++ runtime is wanted, and no code runs at load time.
 # usage: exports_test.sh libvnlib.so libvnlib.map sanitizers
 set -euo pipefail
-library=$1 map=$2 sanitize=$3
+library=$1 map=$2 sanitize=${3:-}
 failures=0
 fail() { printf 'FAIL: %s\n' "$*"; failures=$((failures + 1)); }
 
