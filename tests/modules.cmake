@@ -43,3 +43,6 @@ vnlib_fault_test(vnsock WRAP socket setsockopt listen getsockname getaddrinfo fr
 vnlib_test(remote_gui RESOURCE_LOCK gui_port)
 vnlib_fault_test(remote_gui RESOURCE_LOCK gui_port
   WRAP pthread_create accept recv send setsockopt strdup)
+vnlib_test(corelink_lex)
+vnlib_test(corelink_parse TIMEOUT 300)
+vnlib_test(corelink_tree)

@@ -115,6 +115,7 @@ int clparse_append_child(struct clparse_node *parent, struct clparse_node *child
 {
     if (parent == nullptr || child == nullptr || parent == child) return refuse(EINVAL);
     if (!is_container(*parent) || parent->value.children == nullptr) return refuse(ENOTDIR);
+    unlink(*child); // callers promise that it is in no list; a broken promise moves the node
     append(*parent, *child);
     return 0;
 }
