@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "support/capture.h"
+#include "vnlib/memcheck.h"
 
 namespace {
 
@@ -200,6 +201,20 @@ TEST(CheckLockStopped, IgnoresEveryCall)
                   check_lock_exit();
               }),
               "");
+}
+
+TEST(CheckLockUnderTheDebugger, ReleasesItsTextsAsTheyWereMade)
+{
+    const test::ChildResult result = test::run_in_child([] {
+        vn_memcheck_start();
+        check_lock_init();
+        check_lock_add("a.c", 1, lock_number(1), 0);
+        check_lock_remove(lock_number(1));
+        check_lock_exit();
+        vn_memcheck_stop();
+    });
+    EXPECT_TRUE(result.exited_with(0)) << result.out;
+    EXPECT_EQ(result.out.find("check_lock_add"), std::string::npos) << result.out;
 }
 
 // The registry as two lists that are searched from their heads.

@@ -18,6 +18,7 @@
 
 #include "support/capture.h"
 #include "support/private_dev.h"
+#include "vnlib/memcheck.h"
 
 namespace {
 
@@ -250,6 +251,18 @@ TEST(VnErrno, DoesNotTakeTheMessageForAFormat)
                   vn_errno("%s", "100%s");
               }),
               Lines{"ERROR: 100%s: " + std::string(strerror(EPERM)) + " (1)"});
+}
+
+TEST(VnErrno, LeavesNothingBehindUnderTheMemoryDebugger)
+{
+    const ChildResult result = run_in_child([] {
+        vn_memcheck_start();
+        vn_errno("open");
+        vn_gaierror(-2, "look up");
+        vn_memcheck_stop();
+    });
+    EXPECT_TRUE(result.exited_with(0)) << result.out;
+    EXPECT_EQ(result.out.find("vn_verrno"), std::string::npos) << result.out;
 }
 
 TEST(VnGaierror, AppendsTheResolversTextAndItsCode)

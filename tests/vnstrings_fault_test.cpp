@@ -3,7 +3,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
+#include "support/capture.h"
 #include "support/fault_alloc.h"
 #include "vnlib/memcheck.h"
 
@@ -83,6 +85,23 @@ TEST(VnAasprintfFaults, LosesTheStringWithoutMemory)
     const fault::FailAllocations plan(1);
     EXPECT_EQ(vn_aasprintf(&text, "%s", "cde"), -1);
     EXPECT_EQ(text, nullptr);
+}
+
+TEST(VnAasprintfFaults, LosesTheStringWithoutMemoryUnderTheDebuggerToo)
+{
+    const test::ChildResult result = test::run_in_child([] {
+        vn_memcheck_start();
+        char *text = growable("ab");
+        for (size_t nth = 1; text != nullptr; ++nth) {
+            const fault::FailAllocations plan(nth);
+            vn_aasprintf(&text, "%s", "cde");
+            if (plan.failed() == 0) break;
+        }
+        if (text == nullptr) vn_memcheck_stop();
+        _exit(text == nullptr ? 0 : 1);
+    });
+    EXPECT_TRUE(result.exited_with(0)) << result.out;
+    EXPECT_EQ(result.out.find("Count 1"), std::string::npos) << result.out;
 }
 
 TEST(ReplaceCharFaults, KeepsItsCopyAtAFixedSiteAndReleasesIt)

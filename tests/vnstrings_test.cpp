@@ -4,8 +4,11 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <gmock/gmock.h>
 #include <random>
+#include <unistd.h>
 
+#include "support/capture.h"
 #include "vnlib/memcheck.h"
 
 namespace {
@@ -92,7 +95,7 @@ TEST(VnAsprintf, WalksEveryKindOfArgumentTwice)
     const std::string filler(300, '-'); // long enough for a measuring and a printing pass
     char *text = nullptr;
     const int length = __vn_asprintf(&text, "here", 7, "%s %d %.2f %llx %c %p", filler.c_str(), 42,
-                                     2.5, 0xFEDCBA9876543210ull, 'z', nullptr);
+                                     2.5, 0xFEDCBA9876543210ull, 'z', static_cast<void *>(nullptr));
     char expected[512];
     snprintf(expected, sizeof expected, "%s 42 2.50 fedcba9876543210 z %p", filler.c_str(),
              static_cast<void *>(nullptr));
@@ -365,6 +368,50 @@ TEST(Escaping, TakesTimeLinearInTheLength)
     Growable text(std::string(1'000'000, '"')); // hours, were each quote to move the rest
     EXPECT_EQ(replace_quotes(&text), 2'000'000);
     EXPECT_EQ(replace_xml_entities(&text, false), 1'000'000 * 7);
+}
+
+// ---- with the memory debugger on --------------------------------------------------------------
+
+// The screen that is left when `body` has run under the debugger.
+std::string debugger_screen(void (*body)())
+{
+    const test::ChildResult result = test::run_in_child([body] {
+        vn_memcheck_start();
+        body();
+        vn_memcheck_stop();
+    });
+    EXPECT_TRUE(result.exited_with(0)) << result.out;
+    return result.out;
+}
+
+TEST(UnderTheDebugger, AGrownStringIsChargedToTheAppend)
+{
+    EXPECT_THAT(debugger_screen([] {
+                    Growable text("say \"hi\"");
+                    replace_quotes(&text);
+                    vn_memcheck_stop();
+                    _exit(0);
+                }),
+                testing::HasSubstr("Count 1 \tAve Size:11\t:vn_vaasprintf"));
+}
+
+TEST(UnderTheDebugger, ATextIsChargedToTheGivenSite)
+{
+    EXPECT_THAT(debugger_screen([] {
+                    char *text = nullptr;
+                    __vn_asprintf(&text, "the_caller", 7, "%s", "12345");
+                }),
+                testing::HasSubstr("Count 1 \tAve Size:6\t:the_caller"));
+}
+
+TEST(UnderTheDebugger, LostAndReplacedStringsLeaveNothingBehind)
+{
+    EXPECT_THAT(debugger_screen([] {
+                    Growable text("a+b");
+                    replace_char(&text, "-", 1);
+                    vn_aasprintf(&text, "%ls", kNoCharacter);
+                }),
+                testing::Not(testing::HasSubstr("Count ")));
 }
 
 // ---- hex text ---------------------------------------------------------------------------------
