@@ -311,6 +311,15 @@ vn_tellog *new_record()
     return memory == nullptr ? nullptr : new (memory) vn_tellog;
 }
 
+// Apart from the question whether anybody watches, which each logging call pays for.
+[[gnu::noinline]] VN_PRINTF(3, 0) void publish(vn_tellog &sink, int level, const char *format,
+                                               va_list args)
+{
+    const ErrnoGuard keep;
+    const Message message(format, args);
+    sink.send(level, message.text());
+}
+
 } // namespace
 } // namespace vn::tellog
 
@@ -333,9 +342,6 @@ int tellog_finish(struct vn_tellog *sink)
 
 void vn_vtellog(struct vn_tellog *sink, int level, const char *format, va_list args)
 {
-    if (sink == nullptr || !sink->is_watched()) return;
-    const vn::ErrnoGuard keep;
-    const Message message(format, args);
-    sink->send(level, message.text());
+    if (sink != nullptr && sink->is_watched()) publish(*sink, level, format, args);
 }
 }

@@ -145,16 +145,14 @@ Measure measure(const char *text, const EscapeTable &table)
 // it, so the text's own block is source and target, and the part before the first escape stays put.
 void fill(char *text, Measure size, const EscapeTable &table)
 {
-    const char *from = text + size.length;
-    char *to = text + size.length + static_cast<size_t>(size.growth);
-    *to = '\0';
-    while (to != from) {
-        const char c = *--from;
-        if (table.growth(c) == 0) {
-            *--to = c;
-            continue;
-        }
-        const std::string_view escaped = table.text(c);
+    const char *from = text + size.length + 1; // the NUL moves too
+    char *to = text + size.length + static_cast<size_t>(size.growth) + 1;
+    while (to != from) { // there is an escape before `from`
+        const char *const end = from;
+        while (table.growth(from[-1]) == 0) --from;
+        to -= end - from;
+        memmove(to, from, static_cast<size_t>(end - from));
+        const std::string_view escaped = table.text(*--from);
         to -= escaped.size();
         memcpy(to, escaped.data(), escaped.size());
     }

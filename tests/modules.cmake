@@ -22,7 +22,7 @@ vnlib_fault_test(red_black_tree WRAP __vn_log)
 vnlib_test(hash)
 vnlib_test(list_sort)
 vnlib_test(check_lock)
-vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy strdup
+vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy
   vn_memcheck_malloc vn_memcheck_free SOURCES ../src/check_lock/spin_fallback.cpp)
 vnlib_test(scsi)
 target_compile_definitions(scsi_test PRIVATE VNLIB_SCSI_TABLES="${PROJECT_SOURCE_DIR}/src/scsi")

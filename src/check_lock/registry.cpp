@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <optional>
 
 #include "check_lock/index.h"
@@ -24,14 +25,15 @@
 namespace vn::check_lock {
 namespace {
 
-struct Site {
+struct Site { // in one block with its copy of the file name
     uint64_t key = 0;
     Site *chain = nullptr;
     Site *next = nullptr, *prev = nullptr; // in the order in which the table is printed
-    char *file = nullptr;
     size_t line = 0;
     uint32_t tag = 0; // kept for whoever looks at the registry in a debugger
     size_t count = 0;
+
+    [[nodiscard]] char *file() { return reinterpret_cast<char *>(this + 1); }
 };
 
 struct Reference {
@@ -97,23 +99,14 @@ private:
     Index<Reference> references_ VN_GUARDED_BY(mutex_);
 };
 
-void release(Site &site)
-{
-    free(site.file);
-    free(&site);
-}
-
 Site *Registry::find_or_make(uint64_t key, const char *file, size_t line, uint32_t tag)
 {
     if (Site *const known = sites_.find(key)) return known;
-    auto *const site = static_cast<Site *>(calloc(1, sizeof(Site)));
-    char *const name = strdup(file);
-    if (site == nullptr || name == nullptr) {
-        free(site);
-        free(name);
-        return nullptr;
-    }
-    *site = {.key = key, .next = newest_, .file = name, .line = line, .tag = tag};
+    const size_t name_size = strlen(file) + 1;
+    void *const memory = malloc(sizeof(Site) + name_size);
+    if (memory == nullptr) return nullptr;
+    auto *const site = new (memory) Site{.key = key, .next = newest_, .line = line, .tag = tag};
+    memcpy(site->file(), file, name_size);
     if (newest_ != nullptr) newest_->prev = site;
     newest_ = site;
     sites_.add(*site);
@@ -122,9 +115,9 @@ Site *Registry::find_or_make(uint64_t key, const char *file, size_t line, uint32
 
 bool Registry::record(uint64_t lock, Site &site)
 {
-    auto *const reference = static_cast<Reference *>(malloc(sizeof(Reference)));
-    if (reference == nullptr) return false;
-    *reference = {.key = lock, .site = &site};
+    void *const memory = malloc(sizeof(Reference));
+    if (memory == nullptr) return false;
+    auto *const reference = new (memory) Reference{.key = lock, .site = &site};
     references_.add(*reference);
     return true;
 }
@@ -135,7 +128,7 @@ void Registry::count_one_less(Site &site)
     (site.prev != nullptr ? site.prev->next : newest_) = site.next;
     if (site.next != nullptr) site.next->prev = site.prev;
     sites_.remove(site);
-    release(site);
+    free(&site);
 }
 
 bool Registry::add(const char *file, size_t line, uint64_t lock, uint32_t tag)
@@ -176,14 +169,14 @@ void Registry::remove(uint64_t lock)
 void Registry::dump()
 {
     const MutexLock hold(mutex_);
-    for (const Site *site = newest_; site != nullptr; site = site->next)
-        printf("%s:%zu count=%zu\n", site->file, site->line, site->count);
+    for (Site *site = newest_; site != nullptr; site = site->next)
+        printf("%s:%zu count=%zu\n", site->file(), site->line, site->count);
 }
 
 void Registry::clear()
 {
     references_.clear([](Reference &reference) { free(&reference); });
-    sites_.clear(release);
+    sites_.clear([](Site &site) { free(&site); });
     newest_ = nullptr;
 }
 

@@ -40,14 +40,6 @@ static_assert(LOG_PERROR == 0x20, "callers pass the bit as a number");
 constexpr const char *kNames[] = {"EMERG", "ALERT", "CRITL", "ERROR", "WARNG",
                                   "NOTIC", "INFOR", "DEBUG", "TELNT"};
 
-void feed(vn_tellog *stream, int level, const char *format, va_list args)
-{
-    va_list copy;
-    va_copy(copy, args);
-    vn_vtellog(stream, level, format, copy);
-    va_end(copy);
-}
-
 // The stream is locked so that the three pieces stay one line among threads. The time is UTC: the
 // lines of appliances all over the world are compared with each other.
 void echo(int level, const char *format, va_list args)
@@ -70,7 +62,8 @@ void echo(int level, const char *format, va_list args)
     va_end(copy);
 }
 
-void write(int level, const char *format, va_list args)
+// Apart from the question whether to write at all, which most calls answer with no.
+[[gnu::noinline]] void write(int level, const char *format, va_list args)
 {
     const ErrnoGuard keep;
     if (state.echoes()) echo(level, format, args);
@@ -114,11 +107,14 @@ const char *log_level(unsigned level)
 void __vn_log(int level, const char *format, ...)
 {
     va_list args;
+    if (vn_tellog *const stream = state.stream.load(std::memory_order_acquire)) {
+        va_start(args, format);
+        vn_vtellog(stream, level, format, args);
+        va_end(args);
+    }
+    if (level == kTelnetOnly || level > state.threshold.load(std::memory_order_relaxed)) return;
     va_start(args, format);
-    vn_tellog *const stream = state.stream.load(std::memory_order_acquire);
-    if (stream != nullptr) feed(stream, level, format, args);
-    if (level != kTelnetOnly && level <= state.threshold.load(std::memory_order_relaxed))
-        write(level, format, args);
+    write(level, format, args);
     va_end(args);
 }
 
