@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <netdb.h>
 #include <syslog.h>
 
@@ -16,6 +17,8 @@ extern "C" {
 struct vn_tellog *__wrap_tellog_start(unsigned port);
 int __wrap_tellog_finish(struct vn_tellog *sink);
 void __wrap_vn_vtellog(struct vn_tellog *sink, int level, const char *format, va_list args);
+tm *__real_gmtime_r(const time_t *now, tm *utc);
+tm *__wrap_gmtime_r(const time_t *now, tm *utc);
 void __wrap_openlog(const char *ident, int options, int facility);
 void __wrap_closelog(void);
 void __wrap_vsyslog(int priority, const char *format, va_list args);
@@ -32,6 +35,7 @@ Calls calls;
 char stream_place;
 auto *const kStream = reinterpret_cast<vn_tellog *>(&stream_place);
 vn_tellog *stream_to_start = kStream;
+bool time_fails = false;
 
 std::string formatted(const char *format, va_list args)
 {
@@ -114,6 +118,14 @@ TEST_F(LogFaults, FeedsTheStreamFirstAndWhateverTheThreshold)
     EXPECT_EQ(calls_of([] { __vn_log(8, "x"); }), Calls{"vn_vtellog stream 8 x"});
     EXPECT_EQ(calls_of([] { __vn_log(23, "x"); }),
               (Calls{"vn_vtellog stream 23 x", "vsyslog 23 x"}));
+}
+
+TEST_F(LogFaults, EchoesMessagesAlsoWhenTheTimeCannotBeTold)
+{
+    vn_log_init("me", 7, LOG_PERROR, 8, 0);
+    time_fails = true;
+    EXPECT_EQ(test::capture_fd(2, [] { __vn_log(3, "x"); }), " ERROR: x\r\n");
+    time_fails = false;
 }
 
 TEST_F(LogFaults, WalksTheArgumentsAnewForEachReceiver)
@@ -214,4 +226,8 @@ void __wrap_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site)
 {
     calls.push_back(std::string("free ") + site);
     __real_vn_memcheck_free(release, ptr, site);
+}
+tm *__wrap_gmtime_r(const time_t *now, tm *utc)
+{
+    return time_fails ? nullptr : __real_gmtime_r(now, utc);
 }

@@ -27,7 +27,7 @@ vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy
 vnlib_test(scsi)
 target_compile_definitions(scsi_test PRIVATE VNLIB_SCSI_TABLES="${PROJECT_SOURCE_DIR}/src/scsi")
 vnlib_test(log SOURCES support/private_dev.cpp)
-vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog vsyslog
+vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog vsyslog gmtime_r
   vn_memcheck_malloc vn_memcheck_free)
 vnlib_test(tellog)
 vnlib_fault_test(tellog WRAP socket bind listen accept4 sendmsg poll pthread_create ctime_r)

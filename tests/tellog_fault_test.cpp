@@ -1,11 +1,9 @@
 // The stream when the system refuses: memory, threads, sockets, and sends that do only a part.
 #include "vnlib/tellog.h"
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <pthread.h>
@@ -13,6 +11,7 @@
 #include <unistd.h>
 
 #include "support/fault_alloc.h"
+#include "support/loopback.h"
 
 extern "C" {
 int __real_socket(int domain, int type, int protocol);
@@ -35,6 +34,9 @@ char *__wrap_ctime_r(const time_t *now, char *text);
 
 namespace {
 
+using test::free_port;
+using test::loopback;
+
 struct Faults {
     bool socket = false, bind = false, listen = false, thread = false, ctime = false;
     int poll = 0;               // an error number
@@ -53,26 +55,6 @@ void send_line(vn_tellog *sink, const char *format, ...)
     va_start(args, format);
     vn_vtellog(sink, 3, format, args);
     va_end(args);
-}
-
-sockaddr_in loopback(unsigned port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    return address;
-}
-
-unsigned free_port()
-{
-    const int fd = __real_socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    __real_bind(fd, reinterpret_cast<sockaddr *>(&address), length);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
 }
 
 int connect_to(unsigned port)

@@ -1,6 +1,5 @@
 #include "vnlib/tellog.h"
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -10,16 +9,18 @@
 #include <ctime>
 #include <dirent.h>
 #include <memory>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
+#include "support/loopback.h"
 #include "vnlib/log.h"
 
 namespace {
+
+using test::free_port;
+using test::loopback;
 
 void send_line(vn_tellog *sink, int level, const char *format, ...) VN_PRINTF(3, 4);
 void send_line(vn_tellog *sink, int level, const char *format, ...)
@@ -28,27 +29,6 @@ void send_line(vn_tellog *sink, int level, const char *format, ...)
     va_start(args, format);
     vn_vtellog(sink, level, format, args);
     va_end(args);
-}
-
-sockaddr_in loopback(unsigned port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    return address;
-}
-
-// A port that nobody listens on, and that no connection of an earlier test keeps.
-unsigned free_port()
-{
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), length), 0);
-    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length), 0);
-    close(fd);
-    return ntohs(address.sin_port);
 }
 
 constexpr char kProbe[] = "probe";
