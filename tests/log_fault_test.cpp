@@ -124,7 +124,13 @@ TEST_F(LogFaults, EchoesMessagesAlsoWhenTheTimeCannotBeTold)
 {
     vn_log_init("me", 7, LOG_PERROR, 8, 0);
     time_fails = true;
-    EXPECT_EQ(test::capture_fd(2, [] { __vn_log(3, "x"); }), " ERROR: x\r\n");
+    const std::string format = "%m"; // that of the caller, not of the clock
+    EXPECT_EQ(test::capture_fd(2,
+                               [&format] {
+                                   errno = ENOENT;
+                                   __vn_log(3, format.c_str());
+                               }),
+              " ERROR: " + std::string(strerror(ENOENT)) + "\r\n");
     time_fails = false;
 }
 
@@ -229,5 +235,7 @@ void __wrap_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site)
 }
 tm *__wrap_gmtime_r(const time_t *now, tm *utc)
 {
-    return time_fails ? nullptr : __real_gmtime_r(now, utc);
+    if (!time_fails) return __real_gmtime_r(now, utc);
+    errno = EOVERFLOW;
+    return nullptr;
 }
