@@ -41,6 +41,19 @@ bool is_red(const rb_node *node)
     return node != nullptr && node->colour == kRed;
 }
 
+// Two nodes are asked before anything is decided. Either alone is red often and without a pattern,
+// so that the processor would guess wrong at every third node; about both together it guesses well.
+bool both_red(const rb_node *one, const rb_node *other)
+{
+    if (one == nullptr || other == nullptr) return false;
+    return ((one->colour ^ kRed) | (other->colour ^ kRed)) == 0;
+}
+
+bool any_red(const rb_node *one, const rb_node *other)
+{
+    return (int{is_red(one)} | int{is_red(other)}) != 0;
+}
+
 rb_node *new_node(const rb_node &content)
 {
     auto *const node = static_cast<rb_node *>(std::malloc(sizeof(rb_node)));
@@ -50,17 +63,23 @@ rb_node *new_node(const rb_node &content)
 
 // --- searching -----------------------------------------------------------------------------------
 
-// The link that holds the key's node, or a null link: where the key would be added.
-// The next link is picked by index: which way a search turns cannot be predicted, and a wrong guess
-// costs the processor more than a step down.
-rb_node **link_of(rb_node **link, uint64_t key)
+// Both links are read while the keys are still being compared, and one is picked without a branch:
+// which way a search turns cannot be predicted, and a wrong guess costs more than a step down.
+rb_node *child(const rb_node &node, bool side)
 {
-    while (const rb_node *const node = *link) {
+    const auto left = reinterpret_cast<uintptr_t>(node.link[0]);
+    const auto right = reinterpret_cast<uintptr_t>(node.link[1]);
+    return reinterpret_cast<rb_node *>(left ^ ((left ^ right) & -uintptr_t{side}));
+}
+
+rb_node *find(rb_node *node, uint64_t key)
+{
+    while (node != nullptr) {
         const uint64_t here = key_of(*node);
         if (here == key) break;
-        link = &(*link)->link[key > here];
+        node = child(*node, key > here);
     }
-    return link;
+    return node;
 }
 
 // --- rotations -----------------------------------------------------------------------------------
@@ -97,39 +116,60 @@ void flip_colours(rb_node &node)
     node.link[0]->colour = node.link[1]->colour = kBlack;
 }
 
+// Where an insertion has got to: the links that hold the current node, its parent and its
+// grandparent, as far as there are any.
+struct Descent {
+    rb_node **link;
+    rb_node **parent = nullptr;
+    rb_node **grand = nullptr;
+
+    void step(rb_node &node, bool side)
+    {
+        grand = parent;
+        parent = link;
+        link = &node.link[side];
+    }
+
+    // The current node has become red. If its parent is red as well, a rotation at the grandparent
+    // brings the middle one of the three to the top, black above the two others.
+    void repair()
+    {
+        if (grand == nullptr || !is_red(*parent)) return;
+        const bool parent_side = *parent == (*grand)->link[1];
+        const bool side = *link == (*parent)->link[1];
+        if (side == parent_side) {
+            rotate_and_recolour(*grand, !parent_side);
+        } else {
+            rotate_twice(*grand, !parent_side);
+            link = grand; // it is the current node that has risen
+        }
+        parent = grand;
+    }
+};
+
 // Links `fresh`, a red leaf, into the tree, which is not empty. False when its key is there
 // already.
 bool insert(rb_node *&root, rb_node *fresh)
 {
     const uint64_t key = key_of(*fresh);
-    rb_node **grand = nullptr, **parent = nullptr, **link = &root; // hold the last three nodes
-    bool parent_side = false, side = false;                        // of the last two of them
-    for (;;) {
-        if (*link == nullptr) *link = fresh;
-        rb_node *const node = *link;
+    Descent at{&root};
+    for (rb_node *node = root; node != nullptr;) {
+        if (both_red(node->link[0], node->link[1])) {
+            flip_colours(*node);
+            at.repair();
+        }
         const uint64_t here = key_of(*node);
-        const bool next_side = key > here;
-        // The child that comes next is asked first: often the other need not be touched.
-        if (is_red(node->link[next_side]) && is_red(node->link[!next_side])) flip_colours(*node);
-        if (node->colour == kRed && grand != nullptr && is_red(*parent)) {
-            if (side == parent_side) {
-                rotate_and_recolour(*grand, !parent_side);
-            } else {
-                rotate_twice(*grand, !parent_side);
-                link = grand; // the node itself has risen
-            }
-            parent = grand;
-        }
-        if (here == key) {
-            root->colour = kBlack;
-            return node == fresh;
-        }
-        grand = parent;
-        parent = link;
-        link = &node->link[next_side];
-        parent_side = side;
-        side = next_side;
+        if (here == key) break;
+        at.step(*node, key > here);
+        node = child(*node, key > here);
     }
+    const bool is_new = *at.link == nullptr;
+    if (is_new) {
+        *at.link = fresh;
+        at.repair();
+    }
+    root->colour = kBlack;
+    return is_new;
 }
 
 // --- deletion ------------------------------------------------------------------------------------
@@ -141,7 +181,7 @@ void redden(rb_node *node, rb_node *&parent, bool side)
     rb_node *const sibling = parent->link[!side];
     if (sibling == nullptr) return;
     node->colour = kRed;
-    if (!is_red(sibling->link[0]) && !is_red(sibling->link[1])) {
+    if (!any_red(sibling->link[0], sibling->link[1])) {
         parent->colour = kBlack;
         sibling->colour = kRed;
         return;
@@ -167,8 +207,10 @@ rb_node *remove(rb_node *&root, uint64_t key)
     for (;;) {
         const uint64_t here = key_of(*node);
         const bool next_side = key > here;
+        rb_node *const next = child(*node, next_side);
+        __builtin_prefetch(node->link[!next_side]); // may be asked next time, as the sibling
         if (here == key) found = node;
-        if (node->colour != kRed && !is_red(node->link[next_side])) {
+        if (!any_red(node, next)) {
             if (is_red(node->link[!next_side])) {
                 rotate_and_recolour(*link, next_side);
                 link = &(*link)->link[next_side];
@@ -176,10 +218,10 @@ rb_node *remove(rb_node *&root, uint64_t key)
                 redden(node, *parent, side);
             }
         }
-        if (node->link[next_side] == nullptr) break;
+        if (next == nullptr) break;
         parent = link;
         link = &node->link[next_side];
-        node = *link;
+        node = next;
         side = next_side;
     }
     // The last node is the found one's neighbour in order, or the found one itself.
@@ -324,8 +366,7 @@ rb_node *rb_delete_node(rb_node *tree, uint32_t key_low, uint32_t key_high)
 
 void *rb_search_tree(rb_node *tree, uint32_t key_low, uint32_t key_high)
 {
-    const rb_node *const node =
-        tree != nullptr ? *link_of(&tree->link[0], join(key_low, key_high)) : nullptr;
+    const rb_node *const node = find(root_of(tree), join(key_low, key_high));
     if (node != nullptr && node->data != nullptr) return node->data;
     errno = ENOENT;
     return nullptr;
@@ -376,9 +417,13 @@ int rb_destroy_tree(rb_node **tree, Release release)
 
 rb_node **generic_find_node(rb_node **root, uint32_t key_low, uint32_t key_high)
 {
-    if (root == nullptr) return nullptr;
-    rb_node **const link = link_of(root, join(key_low, key_high));
-    return *link != nullptr ? link : nullptr;
+    const uint64_t key = join(key_low, key_high);
+    for (rb_node **link = root; link != nullptr && *link != nullptr;) {
+        const uint64_t here = key_of(**link);
+        if (here == key) return link;
+        link = &(*link)->link[key > here];
+    }
+    return nullptr;
 }
 
 void generic_insert_node(rb_node **root, rb_node *node)
