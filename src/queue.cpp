@@ -89,9 +89,11 @@ std::span<q_element> heads_of(q_queue &queue)
     return {queue.lists, queue.list_count};
 }
 
+// Most keys are small: half as wide a division takes a fraction of the time on many processors.
 q_element *&slot_of(q_queue &queue, uintptr_t key)
 {
-    return queue.slots[key % queue.slot_count];
+    const auto small = static_cast<uint32_t>(key);
+    return queue.slots[small == key ? small % queue.slot_count : key % queue.slot_count];
 }
 
 // The head of a list, or null when there is no such list.
@@ -110,6 +112,14 @@ q_element *first_match(const q_queue &queue, q_element &head, uintptr_t key)
 {
     for (q_element &element : FrontToBack(head))
         if (queue.match(element.data, key) != 0) return &element;
+    return nullptr;
+}
+
+// Kept out of q_refer_element(), whose usual way ends at the slot and should save no registers.
+[[gnu::noinline]] q_element *first_match_in_lists(q_queue &queue, uintptr_t key)
+{
+    for (q_element &head : heads_of(queue))
+        if (q_element *const element = first_match(queue, head, key)) return element;
     return nullptr;
 }
 
@@ -263,10 +273,7 @@ q_element *q_refer_element(q_queue *queue, uintptr_t key, unsigned flags)
             return element;
         }
     }
-    if ((flags & Q_REFER_NO_LISTS) != 0) return nullptr;
-    for (q_element &head : heads_of(*queue))
-        if (q_element *const element = first_match(*queue, head, key)) return element;
-    return nullptr;
+    return (flags & Q_REFER_NO_LISTS) == 0 ? first_match_in_lists(*queue, key) : nullptr;
 }
 
 void *q_refer(q_queue *queue, uintptr_t key, unsigned flags)
