@@ -159,7 +159,7 @@ TEST(RbFault, DeepTreesAreListedRightWhateverAllocationFails)
         const std::vector<uint64_t> expected = listed(&tree.handle);
         ASSERT_EQ(expected.size(), 2001u);
         std::vector<uint64_t> keys(2001);
-        for (const size_t first : {1, 2, 3}) {
+        for (const size_t first : {1u, 2u, 3u}) {
             const fault::FailAllocations plan(first, 1000);
             errno = 0;
             EXPECT_EQ(rb_count_nodes(&tree.handle), 2001u);

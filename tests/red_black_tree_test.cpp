@@ -902,7 +902,7 @@ TEST(RbDestroyTree, ReleasesAllDataInPostOrderAndLeavesNull)
     EXPECT_EQ(rb_destroy_tree(&tree, note_release), 0);
     EXPECT_EQ(tree, nullptr);
     std::vector<void *> expected;
-    for (const uint64_t key : {1, 3, 2, 5, 7, 6, 4}) expected.push_back(data_for(key));
+    for (const uint64_t key : Keys{1, 3, 2, 5, 7, 6, 4}) expected.push_back(data_for(key));
     EXPECT_EQ(released, expected);
 }
 

