@@ -970,7 +970,7 @@ TEST(TopPanel, KeepsTheOrderOfTheStepwiseWalkThroughRandomHistories)
     constexpr unsigned kHistories = 150;
     std::mt19937 random(20240229);
     for (unsigned history = 0; history < kHistories; ++history) {
-        const size_t tag_count = std::array{3, 8, 20, 60}[history % 4];
+        const size_t tag_count = std::array<size_t, 4>{3, 8, 20, 60}[history % 4];
         const std::vector<std::string> tags = numbered_tags(tag_count);
         const auto operations = random_operations(random, tag_count, 1 + below(random, 400));
         const ChildResult child = checked_child([&] {

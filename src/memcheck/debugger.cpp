@@ -3,9 +3,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <unistd.h>
 
+#include "memcheck/decimal.h"
 #include "memcheck/screen.h"
 #include "memcheck/signals.h"
 
@@ -158,7 +160,7 @@ bool stop()
 void show_total(const Registry &registry)
 {
     char text[40];
-    snprintf(text, sizeof text, "Total Allocations: %.5d", registry.total());
+    stpcpy(stpcpy(text, "Total Allocations: "), Decimal(registry.total(), 5).text());
     screen().show(kTotalLine, text);
 }
 

@@ -19,6 +19,10 @@
 #include "memcheck/records.h"
 #include "memcheck/screen.h"
 
+// With the tracker off the calls below are a test and a jump; inlined, what they do with the
+// tracker on would cost them a stack frame.
+#define VN_OUT_OF_LINE [[gnu::noinline]]
+
 namespace vn::memcheck {
 
 namespace {
@@ -29,10 +33,25 @@ const char *printable(const char *site)
 }
 
 // Everything that recording a block will need, obtained before the block itself is.
-struct Records {
-    Owned<Block> block = new_record<Block>();
-    Owned<Site> spare_site = new_record<Site>();
+class Records {
+public:
+    explicit Records(Registry &registry)
+        : block(new_record<Block>()), spare_site(registry.spare_site()), registry_(registry)
+    {
+    }
+    ~Records()
+    {
+        if (spare_site != nullptr) registry_.keep_spare(std::move(spare_site));
+    }
+    Records(const Records &) = delete;
+    Records &operator=(const Records &) = delete;
     [[nodiscard]] bool complete() const { return block != nullptr && spare_site != nullptr; }
+
+    Owned<Block> block;
+    Owned<Site> spare_site;
+
+private:
+    Registry &registry_;
 };
 
 void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
@@ -67,11 +86,11 @@ void *out_of_memory()
     return nullptr;
 }
 
-void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_t size, const char *site,
-                       unsigned line)
+VN_OUT_OF_LINE void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_t size,
+                                      const char *site, unsigned line)
 {
     if (size > kLargestGuarded) return out_of_memory();
-    Records records;
+    Records records(context.registry);
     if (!records.complete()) return nullptr;
     void *const raw = alloc(size + kGuardSize);
     if (raw == nullptr) return nullptr;
@@ -92,7 +111,8 @@ void *strike_out(Context &context, const void *ptr, const char *site)
     return block->raw;
 }
 
-void release_guarded(Context &context, vn_free_fn release, void *ptr, const char *site)
+VN_OUT_OF_LINE void release_guarded(Context &context, vn_free_fn release, void *ptr,
+                                    const char *site)
 {
     release(strike_out(context, ptr, site));
     context.registry.count_one_less();
@@ -106,13 +126,14 @@ void *resize_raw(void *raw, size_t size)
 
 // Whatever allocator made the block, it is resized by the C library. When that fails the block
 // stays what and where it was.
-void *resize_guarded(Context &context, void *ptr, size_t size, const char *site, unsigned line)
+VN_OUT_OF_LINE void *resize_guarded(Context &context, void *ptr, size_t size, const char *site,
+                                    unsigned line)
 {
     Block *const lifted = context.registry.lift(ptr);
     if (lifted == nullptr)
         screen().last_words("Could not find the allocation to realloc (%s:%u)", printable(site),
                             line);
-    Owned<Site> spare_site = new_record<Site>();
+    Owned<Site> spare_site = context.registry.spare_site();
     void *const raw = spare_site != nullptr ? resize_raw(lifted->raw, size) : nullptr;
     if (raw == nullptr) {
         context.registry.put_back(*lifted);
@@ -124,10 +145,11 @@ void *resize_guarded(Context &context, void *ptr, size_t size, const char *site,
     return record(context, std::move(block), std::move(spare_site), site);
 }
 
-void *allocate_for_device(Context &context, vn_alloc_fn alloc, size_t size, const char *site)
+VN_OUT_OF_LINE void *allocate_for_device(Context &context, vn_alloc_fn alloc, size_t size,
+                                         const char *site)
 {
     if (site == nullptr) return alloc(size); // handed out all the same, but not on record
-    Records records;
+    Records records(context.registry);
     if (!records.complete()) return nullptr;
     void *const raw = alloc(size);
     if (raw == nullptr) return nullptr;

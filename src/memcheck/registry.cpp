@@ -19,6 +19,9 @@ namespace {
 // misses, so this is a fraction of a millisecond even on a small processor.
 constexpr unsigned kStepsAtOnce = 512;
 
+// How far it walks although somebody waits: without them a busy program would never be checked.
+constexpr unsigned kStepsAtLeast = 16;
+
 // Fibonacci hashing of the bits that differ between blocks, folded so that the low bits, which
 // choose the bucket, depend on all of them.
 uint32_t hash_address(const void *address)
@@ -45,6 +48,17 @@ Registry::Registry() : walk_(sites_)
     mutex_.make_recursive();
 }
 
+Owned<Site> Registry::spare_site()
+{
+    Site *const kept = spare_site_.exchange(nullptr);
+    return kept != nullptr ? Owned<Site>(kept) : new_record<Site>();
+}
+
+void Registry::keep_spare(Owned<Site> site)
+{
+    const Owned<Site> one_too_many(spare_site_.exchange(site.release()));
+}
+
 Block *Registry::find(const void *user)
 {
     return by_user_.find(hash_address(user),
@@ -57,10 +71,12 @@ Site &Registry::site_of(const char *tag, Owned<Site> spare)
     Site *const known =
         by_tag_.find(hash, [&](const Site &site) { return strcmp(site.tag, tag) == 0; });
     if (known != nullptr) {
+        keep_spare(std::move(spare));
         sites_.raise(*known);
         return *known;
     }
     Site &fresh = *spare.release();
+    fresh = {};
     fresh.tag = tag;
     make_empty(fresh.blocks);
     sites_.add(fresh);
@@ -71,7 +87,7 @@ Site &Registry::site_of(const char *tag, Owned<Site> spare)
 
 void Registry::add(Owned<Block> block, const char *tag, Owned<Site> spare)
 {
-    const MutexLock hold(mutex_);
+    const PoliteLock hold(mutex_);
     Block &added = *block.release();
     Site &site = site_of(tag, std::move(spare));
     added.site = &site;
@@ -95,14 +111,14 @@ Owned<Block> Registry::discharge(Block &block)
     sites_.lower(site);
     if (last) {
         by_tag_.remove(site);
-        const Owned<Site> emptied(&site);
+        keep_spare(Owned<Site>(&site));
     }
     return Owned<Block>(&block);
 }
 
 Owned<Block> Registry::remove(const void *user)
 {
-    const MutexLock hold(mutex_);
+    const PoliteLock hold(mutex_);
     Block *const block = find(user);
     if (block == nullptr) return nullptr;
     by_user_.remove(*block);
@@ -111,7 +127,7 @@ Owned<Block> Registry::remove(const void *user)
 
 Block *Registry::lift(const void *user)
 {
-    const MutexLock hold(mutex_);
+    const PoliteLock hold(mutex_);
     Block *const block = find(user);
     if (block == nullptr) return nullptr;
     // Off the index too: the C library may give the old address to another thread at once.
@@ -122,14 +138,14 @@ Block *Registry::lift(const void *user)
 
 void Registry::put_back(Block &block)
 {
-    const MutexLock hold(mutex_);
+    const PoliteLock hold(mutex_);
     block.lifted = false;
     by_user_.insert(block, hash_address(block.user));
 }
 
 Owned<Block> Registry::remove_lifted(Block &block)
 {
-    const MutexLock hold(mutex_);
+    const PoliteLock hold(mutex_);
     block.lifted = false;
     return discharge(block);
 }
@@ -148,11 +164,11 @@ void Registry::examine(const Block &block)
     if (post != pre) die("PostMarker", post);
 }
 
-// A stretch of the pass under way. False when it was the last one.
+// A stretch of the pass under way, shorter when others wait. False when it was the last one.
 bool Registry::check_some()
 {
-    const MutexLock hold(mutex_);
-    for (unsigned step = 0; step < kStepsAtOnce; ++step) {
+    const PoliteLock hold(mutex_);
+    for (unsigned step = 0; step < (mutex_.wanted() ? kStepsAtLeast : kStepsAtOnce); ++step) {
         Block *block = nullptr;
         if (!walk_.step(&block)) return false;
         if (block != nullptr) examine(*block);
@@ -163,7 +179,7 @@ bool Registry::check_some()
 void Registry::check_all()
 {
     {
-        const MutexLock hold(mutex_);
+        const PoliteLock hold(mutex_);
         walk_.begin();
     }
     // Unlocking alone lets nobody in: the mutex would be taken back before a waiter wakes up.
@@ -172,7 +188,7 @@ void Registry::check_all()
 
 unsigned Registry::summarise(char (*lines)[kSummarySize], unsigned most)
 {
-    const MutexLock hold(mutex_);
+    const PoliteLock hold(mutex_);
     unsigned count = 0;
     for (const Site *site = sites_.sentinel().prev; site != &sites_.sentinel() && count < most;
          site = site->prev)

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "memcheck/polite_mutex.h"
 #include "memcheck/records.h"
 #include "memcheck/site_order.h"
 #include "memcheck/walk.h"
@@ -26,6 +27,11 @@ public:
     Registry();
     Registry(const Registry &) = delete;
     Registry &operator=(const Registry &) = delete;
+
+    // Memory for the record of a site, or null. One is always kept at hand: nearly every allocation
+    // finds its site known and brings this back unused.
+    Owned<Site> spare_site();
+    void keep_spare(Owned<Site> site);
 
     // Records a filled block under `tag`; `spare` becomes the site's record if it is a new one.
     void add(Owned<Block> block, const char *tag, Owned<Site> spare) VN_EXCLUDES(mutex_);
@@ -51,7 +57,7 @@ public:
     static constexpr size_t kSummarySize = 256;
     unsigned summarise(char (*lines)[kSummarySize], unsigned most) VN_EXCLUDES(mutex_);
 
-    Mutex &mutex() VN_RETURN_CAPABILITY(mutex_) { return mutex_; } // for fork
+    PoliteMutex &mutex() VN_RETURN_CAPABILITY(mutex_) { return mutex_; } // for fork
 
 private:
     Block *find(const void *user) VN_REQUIRES(mutex_);
@@ -60,11 +66,12 @@ private:
     void examine(const Block &block) VN_REQUIRES(mutex_);
     bool check_some() VN_EXCLUDES(mutex_);
 
-    Mutex mutex_;
+    PoliteMutex mutex_;
     SiteOrder sites_ VN_GUARDED_BY(mutex_);
     Walk walk_ VN_GUARDED_BY(mutex_);
     Table<Site, &Site::by_tag> by_tag_ VN_GUARDED_BY(mutex_);
     Table<Block, &Block::by_user> by_user_ VN_GUARDED_BY(mutex_);
+    std::atomic<Site *> spare_site_ = nullptr;
     std::atomic<int32_t> total_ = 0; // 32 bits, also on processors without wider atomics
 };
 

@@ -11,6 +11,7 @@
 #include <stdio_ext.h>
 #include <unistd.h>
 
+#include "memcheck/decimal.h"
 #include "support/errno_guard.h"
 
 namespace vn::memcheck {
@@ -30,16 +31,7 @@ public:
         used_ += length;
         return *this;
     }
-    Frame &put(int number)
-    {
-        char digits[12];
-        int rest = number;
-        char *at = digits + sizeof digits;
-        do *--at = static_cast<char>('0' + abs(rest % 10));
-        while ((rest /= 10) != 0);
-        if (number < 0) *--at = '-';
-        return put({at, static_cast<size_t>(digits + sizeof digits - at)});
-    }
+    Frame &put(int number) { return put(Decimal(number).text()); }
     [[nodiscard]] std::string_view bytes() const { return {bytes_, used_}; }
 
 private:
