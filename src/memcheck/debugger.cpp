@@ -85,11 +85,12 @@ void start_checker(Context &context)
 // --- fork ------------------------------------------------------------------------------------
 // The child has no checker, and must not inherit a lock that the checker held. It could not unlock
 // what its parent locked either, as the registry's lock knows its owner: it starts with fresh ones.
+// Locked by the first of the three functions, unlocked by the other two.
 
 constinit std::atomic<bool> fork_is_handled = false;
 constinit Context *held_for_fork = nullptr; // written under fork's own lock
 
-void before_fork()
+void before_fork() VN_NO_THREAD_ANALYSIS
 {
     held_for_fork = current_context();
     if (held_for_fork == nullptr) return;
@@ -99,7 +100,7 @@ void before_fork()
     screen().mutex().lock();
 }
 
-void after_fork_in_parent()
+void after_fork_in_parent() VN_NO_THREAD_ANALYSIS
 {
     if (held_for_fork == nullptr) return;
     screen().mutex().unlock();
@@ -108,7 +109,7 @@ void after_fork_in_parent()
     held_for_fork->drawing.unlock();
 }
 
-void after_fork_in_child()
+void after_fork_in_child() VN_NO_THREAD_ANALYSIS
 {
     if (held_for_fork == nullptr) return;
     held_for_fork->has_checker = false;

@@ -14,7 +14,7 @@ namespace vn::memcheck {
 
 class VN_CAPABILITY("mutex") PoliteMutex {
 public:
-    void lock() VN_ACQUIRE()
+    void lock() VN_ACQUIRE() VN_NO_THREAD_ANALYSIS // ends with mutex_ locked, one way or another
     {
         if (mutex_.try_lock()) return;
         waiting_.fetch_add(1, std::memory_order_relaxed);
@@ -28,7 +28,7 @@ public:
 private:
     static constexpr int kTries = 200; // some microseconds
 
-    bool lock_soon()
+    bool lock_soon() VN_NO_THREAD_ANALYSIS
     {
         for (int tries = 0; tries < kTries; ++tries)
             if (mutex_.try_lock()) return true;

@@ -68,16 +68,21 @@ private:
     T *&bucket(size_t index)
     {
         if (index < kInTable) return in_table_[index];
-        const auto segment = static_cast<size_t>(std::bit_width(index / kInTable)) - 1;
-        return segments_[segment][index - (kInTable << segment)];
+        return segments_[segment_of(index)][index - std::bit_floor(index)];
+    }
+
+    // Segment by segment the table doubles: each starts at a power of two and is as long as that.
+    static size_t segment_of(size_t index)
+    {
+        return static_cast<size_t>(std::bit_width(index) - std::bit_width(kInTable));
     }
 
     bool have_bucket(size_t index)
     {
-        const auto segment = static_cast<size_t>(std::bit_width(index / kInTable)) - 1;
+        const size_t segment = segment_of(index);
         if (segment >= kSegments) return false;
         if (segments_[segment] == nullptr)
-            segments_[segment] = static_cast<T **>(calloc(kInTable << segment, sizeof(T *)));
+            segments_[segment] = static_cast<T **>(calloc(std::bit_floor(index), sizeof(T *)));
         return segments_[segment] != nullptr;
     }
 

@@ -20,6 +20,8 @@
 #define VN_RELEASE(...) VN_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define VN_RETURN_CAPABILITY(mutex) VN_THREAD_ANNOTATION(lock_returned(mutex))
 #define VN_EXCLUDES(...) VN_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
+// For what the checker cannot follow; a comment there says how the locks go.
+#define VN_NO_THREAD_ANALYSIS VN_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace vn {
 
