@@ -82,7 +82,7 @@ private:
         const size_t segment = segment_of(index);
         if (segment >= kSegments) return false;
         if (segments_[segment] == nullptr)
-            segments_[segment] = static_cast<T **>(calloc(std::bit_floor(index), sizeof(T *)));
+            segments_[segment] = static_cast<T **>(calloc(kInTable << segment, sizeof(T *)));
         return segments_[segment] != nullptr;
     }
 
