@@ -1,5 +1,6 @@
 #include "vnlib/base64.h"
 
+#include <array>
 #include <cstring>
 #include <random>
 
@@ -44,11 +45,20 @@ std::string encoded(const Bytes &data, bool wrap, Guarded::Edge edge = Guarded::
     return {out.text(), size};
 }
 
+std::array<int, 256> make_values()
+{
+    std::array<int, 256> values{};
+    values.fill(126);
+    for (size_t value = 0; value < 64; ++value)
+        values[static_cast<uint8_t>(kSymbols[value])] = static_cast<int>(value);
+    values['='] = 127;
+    return values;
+}
+const std::array<int, 256> kValues = make_values();
+
 int value_of(char symbol)
 {
-    if (symbol == '=') return 127;
-    const size_t value = kSymbols.find(symbol);
-    return value == std::string::npos || symbol == '\0' ? 126 : static_cast<int>(value);
+    return kValues[static_cast<uint8_t>(symbol)];
 }
 
 // The rule of loose input, symbol by symbol: what is no symbol is skipped before in[length], and

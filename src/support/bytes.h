@@ -8,6 +8,10 @@
 
 namespace vn::bytes {
 
+constexpr uint16_t swapped(uint16_t value)
+{
+    return __builtin_bswap16(value);
+}
 constexpr uint32_t swapped(uint32_t value)
 {
     return __builtin_bswap32(value);

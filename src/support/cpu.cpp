@@ -88,20 +88,33 @@ uint32_t find()
 
 #endif
 
+// Asking takes long where a hypervisor answers for the processor, so it is done once.
+constinit std::atomic<uint32_t> present{0};
+
+uint32_t find_once()
+{
+    uint32_t found = present.load(std::memory_order_relaxed);
+    if (found == 0) {
+        found = find() | detail::kDetected;
+        present.store(found, std::memory_order_relaxed);
+    }
+    return found;
+}
+
 } // namespace
 
 constinit std::atomic<uint32_t> detail::known{0};
 
 uint32_t detail::detect()
 {
-    const uint32_t found = find() | kDetected;
+    const uint32_t found = find_once();
     known.store(found, std::memory_order_relaxed);
     return found;
 }
 
 void force(uint32_t allowed)
 {
-    detail::known.store((find() & allowed) | detail::kDetected, std::memory_order_relaxed);
+    detail::known.store(find_once() & (allowed | detail::kDetected), std::memory_order_relaxed);
 }
 
 } // namespace vn::cpu

@@ -10,9 +10,20 @@
 #include <atomic>
 #include <cstdint>
 
-// Which families of versions are compiled.
+// Which families of versions are compiled. Every version carries its own target attribute, so the
+// library itself can be built for the family's oldest processor.
+#if defined(__x86_64__) && !defined(VNLIB_PORTABLE_ONLY)
+#define VN_CPU_X86 1
+#else
 #define VN_CPU_X86 0
+#endif
+
+#if defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ &&                           \
+    !defined(VNLIB_PORTABLE_ONLY)
+#define VN_CPU_AARCH64 1
+#else
 #define VN_CPU_AARCH64 0
+#endif
 
 namespace vn::cpu {
 

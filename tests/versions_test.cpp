@@ -1,0 +1,304 @@
+// versions_test.cpp - the versions written for particular processors against the portable ones,
+// each forced in turn, as far as this machine has them. Linked with the static library.
+#include "support/cpu.h"
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "support/buffers.h"
+#include "vnlib/base64.h"
+#include "vnlib/crc32c.h"
+#include "vnlib/sha1.h"
+#include "vnlib/sha256.h"
+
+namespace {
+
+namespace cpu = vn::cpu;
+using test::Bytes;
+using test::Guarded;
+
+// Limits the library to some features while alive.
+class Forced {
+public:
+    explicit Forced(uint32_t features) { cpu::force(features); }
+    ~Forced() { cpu::force(cpu::kEverything); }
+    Forced(const Forced &) = delete;
+    Forced &operator=(const Forced &) = delete;
+};
+
+template <typename Function>
+auto portably(Function function)
+{
+    const Forced portable(cpu::kNothing);
+    return function();
+}
+
+struct Version {
+    const char *name;
+    uint32_t features;
+};
+
+void PrintTo(const Version &version, std::ostream *out)
+{
+    *out << version.name;
+}
+
+std::string name_of(const testing::TestParamInfo<Version> &info)
+{
+    return info.param.name;
+}
+
+bool works_here(const Version &version)
+{
+    const Forced here(version.features);
+    for (uint32_t bit = 1; bit <= cpu::kEverything / 2; bit *= 2)
+        if ((version.features & bit) != 0 && !cpu::has(static_cast<cpu::Feature>(bit)))
+            return false;
+    return true;
+}
+
+// Those of the versions that this processor can run.
+std::vector<Version> here(std::vector<Version> versions)
+{
+    std::erase_if(versions, [](const Version &version) { return !works_here(version); });
+    return versions;
+}
+
+// Each test runs once for each version.
+class Crc32cVersions : public testing::TestWithParam<Version> {};
+class DigestVersions : public testing::TestWithParam<Version> {};
+class Base64Versions : public testing::TestWithParam<Version> {};
+
+TEST(Cpu, GivesEveryThreadTheSameAnswer)
+{
+    cpu::detail::known.store(0); // as before the first question
+    std::atomic<int> yes{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&yes] { yes += cpu::has(cpu::kSsse3) ? 1 : 0; });
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_TRUE(yes == 0 || yes == 8);
+    EXPECT_EQ(yes == 8, cpu::has(cpu::kSsse3));
+}
+
+TEST(Cpu, HasNothingThatIsNotAllowed)
+{
+    const Forced portable(cpu::kNothing);
+    for (uint32_t bit = 1; bit <= cpu::kEverything / 2; bit *= 2)
+        EXPECT_FALSE(cpu::has(static_cast<cpu::Feature>(bit)));
+}
+
+TEST(Cpu, NeverHasMoreThanTheProcessor)
+{
+    const auto asked = [](uint32_t allowed) {
+        const Forced some(allowed);
+        return cpu::detail::known.load();
+    };
+    const uint32_t all = asked(cpu::kEverything);
+    EXPECT_EQ(asked(cpu::kCrc32 | cpu::kVbmi),
+              all & (cpu::kCrc32 | cpu::kVbmi | cpu::detail::kDetected));
+}
+
+#ifdef __x86_64__
+TEST(Cpu, KnowsWhatTheCompilerKnows)
+{
+    cpu::force(cpu::kEverything);
+    EXPECT_EQ(cpu::has(cpu::kSsse3), __builtin_cpu_supports("ssse3") != 0);
+    EXPECT_EQ(cpu::has(cpu::kAvx2),
+              __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0);
+    EXPECT_EQ(cpu::has(cpu::kVbmi), __builtin_cpu_supports("avx512vbmi") != 0);
+    EXPECT_EQ(cpu::has(cpu::kCrc32),
+              __builtin_cpu_supports("sse4.2") != 0 && __builtin_cpu_supports("pclmul") != 0);
+    EXPECT_EQ(cpu::has(cpu::kWideClmul),
+              __builtin_cpu_supports("avx512bw") != 0 && __builtin_cpu_supports("vpclmulqdq") != 0);
+}
+#endif
+
+INSTANTIATE_TEST_SUITE_P(All, Crc32cVersions,
+                         testing::ValuesIn(here({{"Portable", cpu::kNothing},
+                                                 {"Crc32", cpu::kCrc32},
+                                                 {"WideClmul", cpu::kCrc32 | cpu::kWideClmul}})),
+                         name_of);
+
+TEST_P(Crc32cVersions, AgreeWithThePortableOneForEveryLengthAndAlignment)
+{
+    const Bytes bytes = test::random_bytes(5000 + 64);
+    for (unsigned length = 0; length <= 5000; length += length < 1500 ? 1 : 13) {
+        const uint8_t *data = bytes.data() + length % 64;
+        const auto crc = [=] { return crc32c(data, length); };
+        const uint32_t expected = portably(crc);
+        const Forced version(GetParam().features);
+        ASSERT_EQ(crc(), expected) << length;
+    }
+}
+
+TEST_P(Crc32cVersions, AgreeWithThePortableOneOnLongBuffers)
+{
+    const Bytes bytes = test::random_bytes(1 << 20);
+    for (const unsigned length : {65'536u, 65'600u, 262'143u, 1'000'003u, 1'048'576u}) {
+        const auto crc = [&] { return crc32c(bytes.data(), length); };
+        const uint32_t expected = portably(crc);
+        const Forced version(GetParam().features);
+        EXPECT_EQ(crc(), expected) << length;
+    }
+}
+
+TEST_P(Crc32cVersions, CarryTheirStateFromPartToPart)
+{
+    Bytes bytes = test::random_bytes(10'000);
+    std::mt19937 engine(1);
+    for (int round = 0; round < 300; ++round) {
+        std::vector<iovec> parts;
+        const size_t longest = 1 + engine() % 1200;
+        for (size_t at = 0; at < bytes.size();) {
+            const size_t size = std::min<size_t>(engine() % longest + 1, bytes.size() - at);
+            parts.push_back({bytes.data() + at, size});
+            at += size;
+        }
+        const auto crc = [&] { return crc32cv(parts.data(), static_cast<unsigned>(parts.size())); };
+        const uint32_t expected = portably(crc);
+        const Forced version(GetParam().features);
+        ASSERT_EQ(crc(), expected);
+    }
+}
+
+TEST_P(Crc32cVersions, ReadNoByteBeyondTheBuffer)
+{
+    const Forced version(GetParam().features);
+    for (const auto edge : {Guarded::kStart, Guarded::kEnd})
+        for (unsigned length = 0; length <= 1200; length += length < 200 ? 1 : 7) {
+            const Guarded guarded(length, edge);
+            crc32c(guarded.data(), length);
+        }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, DigestVersions,
+                         testing::ValuesIn(here({{"Portable", cpu::kNothing},
+                                                 {"Instructions", cpu::kSha1 | cpu::kSha256}})),
+                         name_of);
+
+TEST_P(DigestVersions, AgreeWithThePortableOnesForEveryLengthAndAlignment)
+{
+    using Digests = std::array<uint8_t, 20 + 32>;
+    const Bytes bytes = test::random_bytes(2000 + 64);
+    for (unsigned length = 0; length <= 2000; length += length < 400 ? 1 : 7) {
+        const uint8_t *data = bytes.data() + length % 64;
+        const auto digests = [=] {
+            Digests both{};
+            sha1_single(data, length, both.data());
+            sha256_single(data, length, both.data() + 20);
+            return both;
+        };
+        const Digests expected = portably(digests);
+        const Forced version(GetParam().features);
+        ASSERT_EQ(digests(), expected) << length;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Base64Versions,
+                         testing::ValuesIn(here({{"Portable", cpu::kNothing},
+                                                 {"Ssse3", cpu::kSsse3},
+                                                 {"Avx2", cpu::kSsse3 | cpu::kAvx2},
+                                                 {"Vbmi", cpu::kVbmi},
+                                                 {"Neon", cpu::kNeon}})),
+                         name_of);
+
+// Encodes between guard pages. The room is a little larger than the text so that a byte too many
+// on the other side shows as well.
+std::string encoded(const Bytes &data, bool wrap, Guarded::Edge edge)
+{
+    const size_t symbols = (data.size() + 2) / 3 * 4;
+    const Guarded in(data, edge);
+    const Guarded out(symbols + (wrap ? symbols / 64 : 0), edge);
+    const unsigned size =
+        base64_encode(in.data(), out.text(), static_cast<unsigned>(data.size()), wrap);
+    return {out.text(), size};
+}
+
+Bytes decoded(const std::string &text, char after, size_t room, Guarded::Edge edge)
+{
+    Bytes source(text.begin(), text.end());
+    source.push_back(static_cast<uint8_t>(after));
+    const Guarded in(source, edge);
+    const Guarded out(room, edge);
+    const unsigned size = base64_decode(in.text(), out.data(), static_cast<unsigned>(text.size()));
+    return {out.data(), out.data() + size};
+}
+
+TEST_P(Base64Versions, EncodeLikeThePortableOneBetweenGuardPages)
+{
+    for (const auto edge : {Guarded::kStart, Guarded::kEnd})
+        for (const bool wrap : {false, true})
+            for (size_t length = 0; length <= 500; ++length) {
+                const Bytes data = test::random_bytes(length, static_cast<unsigned>(length));
+                const auto encode = [&] { return encoded(data, wrap, edge); };
+                const std::string expected = portably(encode);
+                const Forced version(GetParam().features);
+                ASSERT_EQ(encode(), expected) << length;
+            }
+}
+
+TEST_P(Base64Versions, EncodeEveryValueAtEveryPlace)
+{
+    for (unsigned value = 0; value < 256; ++value)
+        for (size_t place = 0; place < 48; ++place) {
+            uint8_t data[48] = {};
+            data[place] = static_cast<uint8_t>(value);
+            const auto encode = [&] {
+                char out[64];
+                return std::string(out, base64_encode(data, out, 48, false));
+            };
+            const std::string expected = portably(encode);
+            const Forced version(GetParam().features);
+            ASSERT_EQ(encode(), expected) << value << " at " << place;
+        }
+}
+
+TEST_P(Base64Versions, JudgeEveryCharacterAtEveryPlace)
+{
+    char in[67];
+    uint8_t out[48];
+    for (unsigned code = 0; code < 256; ++code)
+        for (size_t place = 0; place < 64; ++place) {
+            memset(in, 'A', sizeof in);
+            in[place] = static_cast<char>(code);
+            const auto decode = [&] {
+                memset(out, 0xAA, sizeof out);
+                const unsigned size = base64_decode(in, out, 64);
+                return Bytes(out, out + size);
+            };
+            const Bytes expected = portably(decode);
+            const Forced version(GetParam().features);
+            ASSERT_EQ(decode(), expected) << code << " at " << place;
+        }
+}
+
+TEST_P(Base64Versions, DecodeLikeThePortableOneBetweenGuardPages)
+{
+    const std::string symbols = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::mt19937 engine(7);
+    for (int round = 0; round < 8000; ++round) {
+        const unsigned strays = round % 4 == 0 ? 0 : (round % 4 == 1 ? 1 : 12);
+        const size_t run = 1 + engine() % 5;
+        std::string text(engine() % 500, '\0');
+        for (size_t i = 0; i < text.size(); ++i) {
+            text[i] = symbols[engine() % 64];
+            if (engine() % 100 >= strays) continue;
+            const char stray = engine() % 6 == 0 ? '=' : static_cast<char>(engine() >> 8);
+            for (size_t k = 0; k < run && i < text.size(); ++k) text[i++] = stray;
+        }
+        const char after = round % 2 == 0 ? '\0' : static_cast<char>(engine() >> 8);
+        const auto edge = round % 8 < 4 ? Guarded::kEnd : Guarded::kStart;
+        size_t room = text.size();
+        const auto decode = [&] { return decoded(text, after, room, edge); };
+        const Bytes expected = portably(decode);
+        room = expected.size();
+        const Forced version(GetParam().features);
+        ASSERT_EQ(decode(), expected) << text;
+    }
+}
+
+} // namespace
