@@ -18,7 +18,7 @@ vnlib_test(md5 LIBRARIES OpenSSL::Crypto)
 vnlib_test(sha1 LIBRARIES OpenSSL::Crypto)
 vnlib_test(sha256 LIBRARIES OpenSSL::Crypto)
 # What the shared library does not export: forcing each version written for a processor.
-vnlib_test_program(versions_test vnlib_static "" versions_test.cpp)
+vnlib_test_program(versions_test vnlib_static "" "" versions_test.cpp)
 target_include_directories(versions_test PRIVATE ${PROJECT_SOURCE_DIR}/src)
 vnlib_test(red_black_tree)
 vnlib_fault_test(red_black_tree WRAP __vn_log)

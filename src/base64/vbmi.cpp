@@ -8,7 +8,7 @@
 
 #if VN_CPU_X86
 
-#include <immintrin.h>
+#include "support/x86_intrinsics.h"
 
 #define VN_TARGET                                                                                  \
     __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi,avx2,bmi,bmi2")))

@@ -1,23 +1,26 @@
 // x86.cpp - CRC-32C with the instructions of x86-64 processors.
 //
-// Short buffers go through the CRC32 instruction, eight bytes at a time: each needs the remainder
-// of the one before, three cycles long. Longer ones are folded (Gopal et al., Fast CRC Computation
-// for Generic Polynomials Using PCLMULQDQ Instruction, 2009): several accumulators of 128 bits are
-// each multiplied to where the next block lies and added to it, none waiting for another:
+// The CRC32 instruction takes eight bytes in, but each needs the remainder of the one before, and
+// that takes three cycles. So long buffers are cut into stretches which are computed side by side:
 //
-//     | block 0 | block 1 | block 2 | block 3 | block 4 | ...
-//     acc 0 -------- * x^(4 blocks) --------> + acc 0
+//     |  stretch 0   |  stretch 1   |  stretch 2   |  stretch 3   |
+//      state ------>  0 ----------->  0 ----------->  0 ----------->
+//            |____________|______________|________________\_____ moved to the end and added
 //
-// In the end the accumulators are moved onto the last one, and what is left of the message is 16
-// bytes with the same remainder as all that went before, which the CRC32 instruction finishes.
+// Where AVX-512 multiplies without carry, another part of the buffer is folded at the same time
+// (Gopal et al., Fast CRC Computation for Generic Polynomials Using PCLMULQDQ Instruction, 2009):
+// 16-byte lanes are multiplied to where the next block lies and added to it, which leaves 16 bytes
+// with the same remainder as all that went before. The two keep different parts of the processor
+// busy.
 #include "crc32c/extend.h"
 
 #if VN_CPU_X86
 
-#include <immintrin.h>
+#include <utility>
 
 #include "crc32c/polynomial.h"
 #include "support/bytes.h"
+#include "support/x86_intrinsics.h"
 
 #define VN_SSE42 __attribute__((target("sse4.2,pclmul")))
 #define VN_AVX512                                                                                  \
@@ -27,28 +30,33 @@ namespace vn::crc32c {
 namespace {
 
 constexpr size_t kWord = sizeof(uint64_t);
-constexpr size_t kLane = 16; // bytes in an accumulator of 128 bits
-constexpr size_t kWide = 64; // bytes in four accumulators side by side
+constexpr size_t kLane = 16;   // bytes in an accumulator of 128 bits
+constexpr size_t kWide = 64;   // bytes in four lanes side by side
+constexpr size_t kShort = 256; // from here on it pays to compute side by side
+constexpr size_t kLong = 3360; // from here on it pays to fold and compute stretches at a time
 
 uint64_t load(const uint8_t *from)
 {
     return bytes::load_little<uint64_t>(from);
 }
 
-VN_SSE42 inline uint32_t extend_word(uint32_t state, uint64_t word)
+// A remainder, as wide as the instruction has it, so that nothing stands between two of them.
+using Remainder = uint64_t;
+
+VN_SSE42 inline Remainder extend_word(Remainder state, uint64_t word)
 {
-    return static_cast<uint32_t>(_mm_crc32_u64(state, word));
+    return _mm_crc32_u64(state, word);
 }
 
 // The last `length` bytes, fewer than 8, of a message that has at least 8. A remainder that has
 // nothing before it may be taken over leading zeros, so the bytes are moved to the end of a word,
 // and the part of `state` that the few bytes do not reach is added afterwards.
-VN_SSE42 inline uint32_t extend_tail(uint32_t state, const uint8_t *end, size_t length)
+VN_SSE42 inline Remainder extend_tail(Remainder state, const uint8_t *end, size_t length)
 {
     if (length == 0) return state;
     const unsigned absent = static_cast<unsigned>(8 * (kWord - length));
     const uint64_t tail = load(end - kWord) >> absent ^ state;
-    return extend_word(0, tail << absent) ^ static_cast<uint32_t>(uint64_t{state} >> (8 * length));
+    return extend_word(0, tail << absent) ^ state >> (8 * length);
 }
 
 // A message shorter than 8 bytes.
@@ -66,20 +74,67 @@ VN_SSE42 inline uint32_t extend_few(uint32_t state, const uint8_t *data, size_t 
 }
 
 // What is left of a message of at least 8 bytes.
-VN_SSE42 inline uint32_t extend_words(uint32_t state, const uint8_t *data, size_t length)
+VN_SSE42 inline Remainder extend_words(Remainder state, const uint8_t *data, size_t length)
 {
+    constexpr size_t kFour = 4 * kWord;
+    for (; length >= kFour; length -= kFour, data += kFour) {
+        state = extend_word(state, load(data));
+        state = extend_word(state, load(data + kWord));
+        state = extend_word(state, load(data + 2 * kWord));
+        state = extend_word(state, load(data + 3 * kWord));
+    }
     for (; length >= kWord; length -= kWord, data += kWord) state = extend_word(state, load(data));
     return extend_tail(state, data + length, length);
 }
 
-VN_SSE42 inline uint32_t extend_short(uint32_t state, const uint8_t *data, size_t length)
+VN_SSE42 inline Remainder extend_short(Remainder state, const uint8_t *data, size_t length)
 {
-    return length < kWord ? extend_few(state, data, length) : extend_words(state, data, length);
+    if (length < kWord) return extend_few(static_cast<uint32_t>(state), data, length);
+    return extend_words(state, data, length);
 }
 
-VN_SSE42 inline __m128i load_lane(const uint8_t *from)
+// The remainder that is left when kBytes zero bytes follow.
+template <size_t kBytes>
+VN_SSE42 inline Remainder moved(Remainder remainder)
 {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(from));
+    if constexpr (kBytes == 0) return remainder;
+    constexpr auto kFactor = static_cast<int>(move_factor(8 * kBytes));
+    const __m128i product = _mm_clmulepi64_si128(_mm_cvtsi64_si128(static_cast<int64_t>(remainder)),
+                                                 _mm_cvtsi32_si128(kFactor), 0x00);
+    return extend_word(0, static_cast<uint64_t>(_mm_cvtsi128_si64(product)));
+}
+
+// Stretches of kBytes bytes each, one after the other in the message, and their remainders.
+template <size_t kBytes, size_t... kIndex>
+struct Stretches {
+    Remainder remainder[sizeof...(kIndex)] = {};
+
+    // Takes in the word at `data` and those in the same place of the other stretches.
+    VN_SSE42 void extend(const uint8_t *data)
+    {
+        ((remainder[kIndex] = extend_word(remainder[kIndex], load(data + kIndex * kBytes))), ...);
+    }
+    [[nodiscard]] VN_SSE42 Remainder joined() const
+    {
+        return (moved<(sizeof...(kIndex) - 1 - kIndex) * kBytes>(remainder[kIndex]) ^ ...);
+    }
+};
+template <size_t kBytes, size_t... kIndex>
+Stretches<kBytes, kIndex...> stretches_of(std::index_sequence<kIndex...>);
+template <size_t kCount, size_t kBytes>
+using SideBySide = decltype(stretches_of<kBytes>(std::make_index_sequence<kCount>{}));
+
+// Takes in as many chunks of kCount stretches as there are.
+template <size_t kCount, size_t kBytes>
+VN_SSE42 inline Remainder extend_stretches(Remainder state, const uint8_t *&data, size_t &length)
+{
+    constexpr size_t kChunk = kCount * kBytes;
+    for (; length >= kChunk; length -= kChunk, data += kChunk) {
+        SideBySide<kCount, kBytes> stretches{{state}};
+        for (size_t at = 0; at < kBytes; at += kWord) stretches.extend(data + at);
+        state = stretches.joined();
+    }
+    return state;
 }
 
 // The factors that move an accumulator kBytes up: for its low (earlier) and its high half.
@@ -98,7 +153,7 @@ VN_SSE42 inline __m128i folded(__m128i lane, __m128i factors, __m128i onto)
     return _mm_xor_si128(_mm_xor_si128(low, high), onto);
 }
 
-VN_SSE42 inline uint32_t lane_remainder(__m128i lane)
+VN_SSE42 inline Remainder lane_remainder(__m128i lane)
 {
     const auto low = static_cast<uint64_t>(_mm_cvtsi128_si64(lane));
     const auto high = static_cast<uint64_t>(_mm_extract_epi64(lane, 1));
@@ -124,51 +179,59 @@ VN_AVX512 inline __m512i wide_factors()
     return _mm512_broadcast_i32x4(lane_factors<kBytes>());
 }
 
-// Moves the first three lanes onto the fourth.
+// Moves the first three lanes onto the fourth, all with one multiplication.
 VN_AVX512 inline __m128i joined(__m512i wide)
 {
-    const __m128i last = _mm512_extracti32x4_epi32(wide, 3);
-    const __m128i third = folded(_mm512_extracti32x4_epi32(wide, 2), lane_factors<kLane>(), last);
-    const __m128i second =
-        folded(_mm512_extracti32x4_epi32(wide, 1), lane_factors<2 * kLane>(), third);
-    return folded(_mm512_castsi512_si128(wide), lane_factors<3 * kLane>(), second);
+    constexpr auto kFactor = [](size_t bits) consteval
+    {
+        return static_cast<int64_t>(fold_factor(bits));
+    };
+    constexpr __mmask8 kLast = 0xC0;
+    const __m512i factors =
+        _mm512_setr_epi64(kFactor(24 * kLane + 64), kFactor(24 * kLane), kFactor(16 * kLane + 64),
+                          kFactor(16 * kLane), kFactor(8 * kLane + 64), kFactor(8 * kLane), 0, 0);
+    const __m512i lanes = folded(wide, factors, _mm512_maskz_mov_epi64(kLast, wide));
+    const __m256i pair =
+        _mm256_xor_si256(_mm512_castsi512_si256(lanes), _mm512_extracti64x4_epi64(lanes, 1));
+    return _mm_xor_si128(_mm256_castsi256_si128(pair), _mm256_extracti128_si256(pair, 1));
 }
 
-} // namespace
-
-VN_SSE42 uint32_t extend_sse42(uint32_t state, const uint8_t *data, size_t length)
+// A chunk of kSteps steps. A step folds two blocks of the chunk's first part and takes two words of
+// each stretch of its second part in. The state so far joins last: the next chunk need not wait.
+template <size_t kSteps>
+VN_AVX512 inline Remainder extend_fused(Remainder state, const uint8_t *&data, size_t &length)
 {
-    if (length < 2 * kWide) return extend_short(state, data, length);
-
-    const uint8_t *const end = data + length;
-    const __m128i start = _mm_cvtsi32_si128(static_cast<int>(state));
-    __m128i lane0 = _mm_xor_si128(load_lane(data), start);
-    __m128i lane1 = load_lane(data + kLane);
-    __m128i lane2 = load_lane(data + 2 * kLane);
-    __m128i lane3 = load_lane(data + 3 * kLane);
-    const __m128i by_four = lane_factors<4 * kLane>();
-    for (data += kWide; data + kWide <= end; data += kWide) {
-        lane0 = folded(lane0, by_four, load_lane(data));
-        lane1 = folded(lane1, by_four, load_lane(data + kLane));
-        lane2 = folded(lane2, by_four, load_lane(data + 2 * kLane));
-        lane3 = folded(lane3, by_four, load_lane(data + 3 * kLane));
+    constexpr size_t kFolded = kSteps * 2 * kWide;
+    constexpr size_t kStretch = kSteps * 2 * kWord;
+    constexpr size_t kStretches = 6;
+    constexpr size_t kChunk = kFolded + kStretches * kStretch;
+    const __m512i factors = wide_factors<2 * kWide>();
+    for (; length >= kChunk; length -= kChunk, data += kChunk) {
+        const uint8_t *words = data + kFolded;
+        SideBySide<kStretches, kStretch> stretches;
+        __m512i wide0 = _mm512_setzero_si512();
+        __m512i wide1 = _mm512_setzero_si512();
+        for (size_t step = 0; step < kSteps; ++step) {
+            wide0 = folded(wide0, factors, load_wide(data + step * 2 * kWide));
+            wide1 = folded(wide1, factors, load_wide(data + step * 2 * kWide + kWide));
+            stretches.extend(words + step * 2 * kWord);
+            stretches.extend(words + step * 2 * kWord + kWord);
+        }
+        const Remainder first = lane_remainder(joined(folded(wide0, wide_factors<kWide>(), wide1)));
+        state = moved<kChunk>(state) ^ moved<kStretches * kStretch>(first) ^ stretches.joined();
     }
-    lane3 = folded(
-        lane0, lane_factors<3 * kLane>(),
-        folded(lane1, lane_factors<2 * kLane>(), folded(lane2, lane_factors<kLane>(), lane3)));
-    return extend_words(lane_remainder(lane3), data, static_cast<size_t>(end - data));
+    return state;
 }
 
-VN_AVX512 uint32_t extend_avx512(uint32_t state, const uint8_t *data, size_t length)
+// At least four blocks, folded into one.
+VN_AVX512 inline Remainder extend_folded(Remainder state, const uint8_t *&data, size_t &length)
 {
-    if (length < 4 * kWide) return extend_sse42(state, data, length);
-
-    const uint8_t *const end = data + length;
-    const __m512i start = _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(state)));
+    const __m512i start = _mm512_zextsi128_si512(_mm_cvtsi64_si128(static_cast<int64_t>(state)));
     __m512i wide0 = _mm512_xor_si512(load_wide(data), start);
     __m512i wide1 = load_wide(data + kWide);
     __m512i wide2 = load_wide(data + 2 * kWide);
     __m512i wide3 = load_wide(data + 3 * kWide);
+    const uint8_t *const end = data + length;
     const __m512i by_four = wide_factors<4 * kWide>();
     for (data += 4 * kWide; data + 4 * kWide <= end; data += 4 * kWide) {
         wide0 = folded(wide0, by_four, load_wide(data));
@@ -181,7 +244,43 @@ VN_AVX512 uint32_t extend_avx512(uint32_t state, const uint8_t *data, size_t len
         folded(wide1, wide_factors<2 * kWide>(), folded(wide2, wide_factors<kWide>(), wide3)));
     const __m512i by_one = wide_factors<kWide>();
     for (; data + kWide <= end; data += kWide) wide3 = folded(wide3, by_one, load_wide(data));
-    return extend_words(lane_remainder(joined(wide3)), data, static_cast<size_t>(end - data));
+    length = static_cast<size_t>(end - data);
+    return lane_remainder(joined(wide3));
+}
+
+// Kept out of line so that short buffers do not pay for the registers that long ones need.
+VN_SSE42 [[gnu::noinline]] Remainder extend_long_sse42(Remainder state, const uint8_t *data,
+                                                       size_t length)
+{
+    state = extend_stretches<8, 512>(state, data, length);
+    state = extend_stretches<8, 128>(state, data, length);
+    state = extend_stretches<4, 64>(state, data, length);
+    return extend_words(state, data, length);
+}
+
+VN_AVX512 [[gnu::noinline]] Remainder extend_long_avx512(Remainder state, const uint8_t *data,
+                                                         size_t length)
+{
+    state = extend_fused<61>(state, data, length);
+    state = extend_fused<15>(state, data, length);
+    if (length >= kShort) state = extend_folded(state, data, length);
+    return extend_words(state, data, length);
+}
+
+} // namespace
+
+VN_SSE42 uint32_t extend_sse42(uint32_t state, const uint8_t *data, size_t length)
+{
+    if (length < kShort) return static_cast<uint32_t>(extend_short(state, data, length));
+    return static_cast<uint32_t>(extend_long_sse42(state, data, length));
+}
+
+VN_AVX512 uint32_t extend_avx512(uint32_t state, const uint8_t *data, size_t length)
+{
+    if (length < kShort) return static_cast<uint32_t>(extend_short(state, data, length));
+    if (length >= kLong) return static_cast<uint32_t>(extend_long_avx512(state, data, length));
+    const Remainder folded = extend_folded(state, data, length);
+    return static_cast<uint32_t>(extend_words(folded, data, length));
 }
 
 } // namespace vn::crc32c

@@ -7,7 +7,7 @@
 
 #if VN_CPU_X86
 
-#include <immintrin.h>
+#include "support/x86_intrinsics.h"
 
 #include <utility>
 
