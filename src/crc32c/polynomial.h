@@ -11,7 +11,7 @@
 
 namespace vn::crc32c {
 
-consteval uint32_t product(uint32_t a, uint32_t b)
+constexpr uint32_t product(uint32_t a, uint32_t b)
 {
     uint32_t sum = 0;
     for (uint32_t bit = 0x8000'0000u; bit != 0; bit >>= 1) {
@@ -21,7 +21,7 @@ consteval uint32_t product(uint32_t a, uint32_t b)
     return sum;
 }
 
-consteval uint32_t power_of_x(size_t exponent)
+constexpr uint32_t power_of_x(size_t exponent)
 {
     uint32_t power = 0x8000'0000u;  // x^0
     uint32_t square = 0x4000'0000u; // x^1, x^2, x^4, ...
@@ -36,14 +36,14 @@ static_assert(power_of_x(31) == 1 && power_of_x(32) == kPolynomial);
 // What 64 reflected bits are carry-less multiplied by to get `bits` further up in the message: the
 // result has 128 bits and the same remainder. The product of two reflected numbers comes out one
 // bit up, so the factor is one power short.
-consteval uint64_t fold_factor(size_t bits)
+constexpr uint64_t fold_factor(size_t bits)
 {
     return uint64_t{power_of_x(bits - 1)} << 32;
 }
 
 // What a remainder is multiplied by so that the 64-bit product, taken in by the CRC instruction,
 // which itself moves it 32 bits up, is the remainder of as much followed by `bits` zero bits.
-consteval uint32_t move_factor(size_t bits)
+constexpr uint32_t move_factor(size_t bits)
 {
     return power_of_x(bits - 33);
 }

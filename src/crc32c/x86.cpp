@@ -146,13 +146,6 @@ VN_SSE42 inline __m128i lane_factors()
     return _mm_set_epi64x(kHigh, kLow);
 }
 
-VN_SSE42 inline __m128i folded(__m128i lane, __m128i factors, __m128i onto)
-{
-    const __m128i low = _mm_clmulepi64_si128(lane, factors, 0x00);
-    const __m128i high = _mm_clmulepi64_si128(lane, factors, 0x11);
-    return _mm_xor_si128(_mm_xor_si128(low, high), onto);
-}
-
 VN_SSE42 inline Remainder lane_remainder(__m128i lane)
 {
     const auto low = static_cast<uint64_t>(_mm_cvtsi128_si64(lane));
@@ -182,15 +175,12 @@ VN_AVX512 inline __m512i wide_factors()
 // Moves the first three lanes onto the fourth, all with one multiplication.
 VN_AVX512 inline __m128i joined(__m512i wide)
 {
-    constexpr auto kFactor = [](size_t bits) consteval
-    {
-        return static_cast<int64_t>(fold_factor(bits));
-    };
+    alignas(64) static constexpr uint64_t kFactors[8] = {
+        fold_factor(24 * kLane + 64), fold_factor(24 * kLane),     fold_factor(16 * kLane + 64),
+        fold_factor(16 * kLane),      fold_factor(8 * kLane + 64), fold_factor(8 * kLane)};
     constexpr __mmask8 kLast = 0xC0;
-    const __m512i factors =
-        _mm512_setr_epi64(kFactor(24 * kLane + 64), kFactor(24 * kLane), kFactor(16 * kLane + 64),
-                          kFactor(16 * kLane), kFactor(8 * kLane + 64), kFactor(8 * kLane), 0, 0);
-    const __m512i lanes = folded(wide, factors, _mm512_maskz_mov_epi64(kLast, wide));
+    const __m512i lanes =
+        folded(wide, _mm512_load_si512(kFactors), _mm512_maskz_mov_epi64(kLast, wide));
     const __m256i pair =
         _mm256_xor_si256(_mm512_castsi512_si256(lanes), _mm512_extracti64x4_epi64(lanes, 1));
     return _mm_xor_si128(_mm256_castsi256_si128(pair), _mm256_extracti128_si256(pair, 1));
@@ -249,7 +239,7 @@ VN_AVX512 inline Remainder extend_folded(Remainder state, const uint8_t *&data, 
 }
 
 // Kept out of line so that short buffers do not pay for the registers that long ones need.
-VN_SSE42 [[gnu::noinline]] Remainder extend_long_sse42(Remainder state, const uint8_t *data,
+[[gnu::noinline]] VN_SSE42 Remainder extend_long_sse42(Remainder state, const uint8_t *data,
                                                        size_t length)
 {
     state = extend_stretches<8, 512>(state, data, length);
@@ -258,7 +248,7 @@ VN_SSE42 [[gnu::noinline]] Remainder extend_long_sse42(Remainder state, const ui
     return extend_words(state, data, length);
 }
 
-VN_AVX512 [[gnu::noinline]] Remainder extend_long_avx512(Remainder state, const uint8_t *data,
+[[gnu::noinline]] VN_AVX512 Remainder extend_long_avx512(Remainder state, const uint8_t *data,
                                                          size_t length)
 {
     state = extend_fused<61>(state, data, length);

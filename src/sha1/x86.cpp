@@ -36,7 +36,7 @@ struct State {
 
 // w holds the last 16 words of the schedule, four to an element.
 template <size_t kGroup>
-VN_SHA [[gnu::always_inline]] inline void rounds(State &state, __m128i (&w)[4],
+[[gnu::always_inline]] VN_SHA inline void rounds(State &state, __m128i (&w)[4],
                                                  const uint8_t *block)
 {
     __m128i &words = w[kGroup % 4];
@@ -55,7 +55,7 @@ VN_SHA [[gnu::always_inline]] inline void rounds(State &state, __m128i (&w)[4],
 }
 
 template <size_t... kGroup>
-VN_SHA [[gnu::always_inline]] inline void all_rounds(State &state, const uint8_t *block,
+[[gnu::always_inline]] VN_SHA inline void all_rounds(State &state, const uint8_t *block,
                                                      std::index_sequence<kGroup...>)
 {
     __m128i w[4];
