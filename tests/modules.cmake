@@ -49,3 +49,6 @@ vnlib_fault_test(remote_gui RESOURCE_LOCK gui_port
 vnlib_test(corelink_lex)
 vnlib_test(corelink_parse TIMEOUT 300)
 vnlib_test(corelink_tree)
+# Looks at parts of the library that no program sees: how shared tags and lists are counted.
+vnlib_fault_test(corelink WRAP vn_memcheck_malloc vn_memcheck_free vn_reference_prep TIMEOUT 300)
+target_include_directories(corelink_fault_test PRIVATE ${PROJECT_SOURCE_DIR}/src)
