@@ -359,44 +359,72 @@ TEST(CorelinkFault, AScannerThatCannotBeMadeIsAFailure)
     EXPECT_EQ(errno, ENOMEM);
 }
 
+namespace {
+
+// Runs `attempt` with a scanner and with allocation 1, then 2, ... failing, until none fails.
+void for_each_failure(void (*attempt)(void *scanner, const fault::FailAllocations &plan))
+{
+    for (size_t nth = 1, failed = 1; failed > 0; ++nth) {
+        const fault::FailAllocations plan(nth);
+        void *scanner = nullptr;
+        if (yylex_init(&scanner) == 0) {
+            attempt(scanner, plan);
+            yylex_destroy(scanner);
+        }
+        failed = plan.failed();
+    }
+}
+
+// A buffer that could not be put on the stack stays its maker's.
+void push(yy_buffer_state *buffer, void *scanner, const fault::FailAllocations &plan)
+{
+    const size_t failed = plan.failed();
+    yypush_buffer_state(buffer, scanner);
+    if (plan.failed() > failed) yy_delete_buffer(buffer, scanner);
+}
+
+} // namespace
+
 TEST(CorelinkFault, BuffersThatCannotBeMadeAreNull)
 {
-    char memory[8] = "ab";
-    fault::for_each_failing_allocation([&] {
-        void *scanner = nullptr;
-        if (yylex_init(&scanner) != 0) return;
-        yy_scan_string("ab", scanner);
-        yypop_buffer_state(scanner);
-        yy_scan_buffer(memory, sizeof memory, scanner);
-        yypop_buffer_state(scanner);
-        yy_buffer_state *const buffer = yy_create_buffer(stdin, 16, scanner);
-        yypush_buffer_state(buffer, scanner);
-        for (int depth = 0; depth < 10; ++depth) { // the stack of buffers grows
-            yy_buffer_state *const more = yy_create_buffer(stdin, 16, scanner);
-            yypush_buffer_state(more, scanner);
-        }
-        yylex_destroy(scanner);
-    });
     void *scanner = nullptr;
     yylex_init(&scanner);
     for (size_t nth = 1; nth <= 3; ++nth) {
         const fault::FailAllocations plan(nth);
         EXPECT_EQ(yy_scan_string("ab", scanner), nullptr) << nth;
     }
+    for (size_t nth = 1; nth <= 2; ++nth) {
+        const fault::FailAllocations plan(nth);
+        EXPECT_EQ(yy_create_buffer(stdin, 16, scanner), nullptr) << nth;
+    }
+    char memory[4] = "ab";
+    for (size_t nth = 1; nth <= 2; ++nth) {
+        const fault::FailAllocations plan(nth);
+        EXPECT_EQ(yy_scan_buffer(memory, sizeof memory, scanner), nullptr) << nth;
+    }
     yylex_destroy(scanner);
+}
+
+TEST(CorelinkFault, TheStackOfBuffersSurvivesAFailedPush)
+{
+    for_each_failure([](void *scanner, const fault::FailAllocations &plan) {
+        yy_scan_string("ab", scanner);
+        for (int depth = 0; depth < 20; ++depth) {
+            yy_buffer_state *const more = yy_create_buffer(stdin, 16, scanner);
+            if (more != nullptr) push(more, scanner, plan);
+        }
+    });
 }
 
 TEST(CorelinkFault, AScannerReadsOnAfterAFailure)
 {
-    FILE *const stream = tmpfile();
+    static FILE *const stream = tmpfile();
     const std::string text = "name \"" + std::string(200, 'x') + "\" 123";
-    fault::for_each_failing_allocation([&] {
+    fwrite(text.data(), 1, text.size(), stream);
+    for_each_failure([](void *scanner, const fault::FailAllocations &plan) {
         rewind(stream);
-        fwrite(text.data(), 1, text.size(), stream);
-        rewind(stream);
-        void *scanner = nullptr;
-        if (yylex_init(&scanner) != 0) return;
-        yy_switch_to_buffer(yy_create_buffer(stream, 4, scanner), scanner);
+        yy_buffer_state *const buffer = yy_create_buffer(stream, 4, scanner);
+        if (buffer != nullptr) push(buffer, scanner, plan);
         yyset_in(stream, scanner);
         clparse_lex_value value;
         for (int i = 0; i < 400; ++i) { // past the end of the stream, whatever fails
@@ -405,7 +433,6 @@ TEST(CorelinkFault, AScannerReadsOnAfterAFailure)
                 token == CLPARSE_TOKEN_IDENTIFIER || token == CLPARSE_TOKEN_STRING;
             if (has_text && value.text != nullptr) vn_memcheck_free(free, value.text, "test:1");
         }
-        yylex_destroy(scanner);
     });
     fclose(stream);
 }

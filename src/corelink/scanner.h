@@ -13,6 +13,9 @@ namespace vn::corelink {
 // Whether `block` is part of what the scanner itself releases in the end.
 bool scanner_keeps(void *scanner, const void *block);
 
+// Whether there is a current buffer, the top of the stack of buffers.
+bool has_buffer(void *scanner);
+
 // Drops what is left in the current buffer after a token could not be finished. `not_grown` is the
 // block that could not be made larger, or null.
 void empty_scanner(void *scanner, const void *not_grown);

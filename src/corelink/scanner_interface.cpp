@@ -109,7 +109,9 @@ int yylex_init_extra(void *extra, void **scanner)
 
 int yylex_destroy(void *scanner)
 {
-    return scanner == nullptr ? 0 : corelink_scan_lex_destroy(scanner);
+    if (scanner == nullptr) return 0;
+    while (has_buffer(scanner)) corelink_scan_pop_buffer_state(scanner); // it sees to the top only
+    return corelink_scan_lex_destroy(scanner);
 }
 
 struct yy_buffer_state *yy_scan_string(const char *text, void *scanner)
