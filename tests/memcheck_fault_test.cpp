@@ -12,6 +12,8 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "memcheck/ring.h"
+#include "memcheck/walk.h"
 #include "support/checked_child.h"
 #include "support/fault_alloc.h"
 #include "support/terminal.h"
@@ -412,4 +414,93 @@ TEST(MemcheckFaults, StoppingWithoutACheckerJoinsNobody)
         EXPECT_EQ(vn_memcheck_stop(), -1);
         EXPECT_EQ(vn_memcheck_start(), 0);
     });
+}
+
+// --- the checker's way --------------------------------------------------------------------------
+
+namespace {
+
+using vn::memcheck::Block;
+using vn::memcheck::Site;
+
+// Three sites with one, two and three blocks, and a walk over them.
+class WalkTest : public ::testing::Test {
+protected:
+    WalkTest()
+    {
+        for (size_t i = 0; i < 3; ++i) {
+            make_empty(sites[i].blocks);
+            order.add(sites[i]);
+            for (size_t extra = 0; extra < i; ++extra) order.raise(sites[i]);
+            for (size_t j = 0; j <= i; ++j) link_after(sites[i].blocks, blocks[i][j]);
+        }
+        walk.begin();
+    }
+
+    // The next `most` blocks of the pass, or those left in it.
+    std::vector<Block *> visit(size_t most)
+    {
+        std::vector<Block *> visited;
+        Block *block = nullptr;
+        while (visited.size() < most && walk.step(&block))
+            if (block != nullptr) visited.push_back(block);
+        return visited;
+    }
+
+    Site sites[3] = {};
+    Block blocks[3][3] = {};
+    vn::memcheck::SiteOrder order;
+    vn::memcheck::Walk walk{order};
+};
+
+} // namespace
+
+TEST_F(WalkTest, GoesFromTheQuietestSiteAndTheNewestBlock)
+{
+    EXPECT_EQ(visit(99), (std::vector{&blocks[0][0], &blocks[1][1], &blocks[1][0], &blocks[2][2],
+                                      &blocks[2][1], &blocks[2][0]}));
+    EXPECT_FALSE(walk.under_way());
+}
+
+TEST_F(WalkTest, ComesBackForASiteThatSlippedBehind)
+{
+    visit(3); // sites 0 and 1 are done
+    walk.block_leaves(blocks[2][0]);
+    unlink(blocks[2][0]);
+    for (int i = 0; i < 3; ++i) order.raise(sites[1]);
+    order.lower(sites[2]);
+    order.lower(sites[2]); // one block on the count now: it stands before site 1
+    EXPECT_EQ(visit(99), (std::vector{&blocks[2][2], &blocks[2][1]}));
+    EXPECT_FALSE(walk.under_way());
+}
+
+TEST_F(WalkTest, FinishesASiteThatMovesUnderItsFeet)
+{
+    EXPECT_EQ(visit(2), (std::vector{&blocks[0][0], &blocks[1][1]}));
+    for (int i = 0; i < 5; ++i) order.raise(sites[1]);
+    EXPECT_EQ(visit(99), (std::vector{&blocks[1][0], &blocks[2][2], &blocks[2][1], &blocks[2][0]}));
+}
+
+TEST_F(WalkTest, GoesOnFromABlockAndASiteThatLeave)
+{
+    EXPECT_EQ(visit(1), std::vector{&blocks[0][0]});
+    walk.block_leaves(blocks[1][1]);
+    unlink(blocks[1][1]);
+    order.lower(sites[1]);
+    walk.site_leaves(sites[0]);
+    order.lower(sites[0]);
+    EXPECT_EQ(visit(99), (std::vector{&blocks[1][0], &blocks[2][2], &blocks[2][1], &blocks[2][0]}));
+}
+
+TEST_F(WalkTest, LeavesANewSiteToTheNextPass)
+{
+    visit(1);
+    Site fresh{};
+    make_empty(fresh.blocks);
+    order.add(fresh);
+    walk.site_appears(fresh);
+    EXPECT_EQ(visit(99).size(), 5u);
+    walk.begin();
+    EXPECT_EQ(visit(99).size(), 6u);
+    EXPECT_FALSE(walk.under_way());
 }

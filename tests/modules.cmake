@@ -2,6 +2,7 @@
 vnlib_test(bits)
 vnlib_test(memcheck)
 vnlib_fault_test(memcheck WRAP pthread_create write fflush poll)
+target_include_directories(memcheck_fault_test PRIVATE ${PROJECT_SOURCE_DIR}/src) # for the checker's walk
 vnlib_test(queue)
 vnlib_fault_test(queue)
 vnlib_test(vnstrings)
