@@ -1,10 +1,10 @@
 // walk.h - the checker's way through all blocks, in steps, while blocks come and go between them.
 //
-// A pass visits every site from the busiest-last list's front, and in it every block from the
-// newest. The registry is free between steps, so the position is corrected whenever what it points
-// at leaves. Sites also change place: one that slips from the part still ahead to the part already
-// behind has not been visited, which its `last_pass` shows, and the pass starts over from the front
-// (skipping what it has seen) until no such site is left.
+// A pass visits every site, the quietest first, and in it every block, the newest first. The
+// registry is free between steps, so the position is corrected whenever what it points at leaves.
+// Sites also change place: one that slips from the part still ahead to the part already behind has
+// not been visited, which its `last_pass` shows, and the pass starts over from the front (skipping
+// what it has seen) until no such site is left.
 //
 // All calls are made with the registry locked.
 #pragma once
