@@ -124,11 +124,11 @@ TEST_F(LogFaults, EchoesMessagesAlsoWhenTheTimeCannotBeTold)
 {
     vn_log_init("me", 7, LOG_PERROR, 8, 0);
     time_fails = true;
-    const std::string format = "%m"; // that of the caller, not of the clock
+    const std::string format = "%m%s"; // that of the caller, not of the clock
     EXPECT_EQ(test::capture_fd(2,
                                [&format] {
                                    errno = ENOENT;
-                                   __vn_log(3, format.c_str());
+                                   __vn_log(3, format.c_str(), "");
                                }),
               " ERROR: " + std::string(strerror(ENOENT)) + "\r\n");
     time_fails = false;

@@ -156,10 +156,10 @@ TEST(LogEcho, IsOffUnlessAskedFor)
 
 TEST(LogEcho, PrintsTheErrnoOfTheCallAndLeavesItAlone)
 {
-    const std::string format = "%m";
+    const std::string format = "%m%s";
     EXPECT_EQ(echoed([&format] {
                   errno = ENOENT;
-                  __vn_log(3, format.c_str());
+                  __vn_log(3, format.c_str(), "");
                   EXPECT_EQ(errno, ENOENT);
               }),
               Lines{std::string("ERROR: ") + strerror(ENOENT)});
@@ -200,11 +200,11 @@ TEST(VnLogc, IsSilentWhenMessagesAreEchoed)
 
 TEST(VnLogc, LeavesErrnoAlone)
 {
-    const std::string format = "%m";
+    const std::string format = "%m%s";
     errno = EACCES;
     EXPECT_EQ(printed([&format] {
                   errno = EACCES;
-                  vn_logc(format.c_str());
+                  vn_logc(format.c_str(), "");
                   EXPECT_EQ(errno, EACCES);
               }),
               strerror(EACCES));

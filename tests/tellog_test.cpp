@@ -172,7 +172,8 @@ TEST_F(Tellog, NamesEveryLevel)
 TEST_F(Tellog, CutsMessagesAt1021Characters)
 {
     const auto client = join();
-    for (const size_t length : {0, 1, 1020, 1021, 1022, 1023, 1024, 2000, 100000}) {
+    const size_t lengths[] = {0, 1, 1020, 1021, 1022, 1023, 1024, 2000, 100000};
+    for (const size_t length : lengths) {
         const std::string text(length, 'x');
         send_line(sink_, 3, "%s", text.c_str());
         EXPECT_EQ(client->message(), "ERROR: " + text.substr(0, 1021)) << length;
@@ -198,9 +199,9 @@ TEST_F(Tellog, SendsAnEmptyTextForWhatCannotBeFormatted)
 TEST_F(Tellog, LeavesErrnoAloneAndPrintsIt)
 {
     const auto client = join();
-    const std::string format = "%m";
+    const std::string format = "%m%s";
     errno = ENOENT;
-    send_line(sink_, 3, format.c_str());
+    send_line(sink_, 3, format.c_str(), "");
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(client->message(), std::string("ERROR: ") + strerror(ENOENT));
 }

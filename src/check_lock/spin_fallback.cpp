@@ -7,6 +7,10 @@
 #include <cstdlib>
 #include <pthread.h>
 
+#include "vnlib/base.h"
+
+#define VN_WEAK __attribute__((weak))
+
 #ifdef VNLIB_SPIN_FALLBACK
 #define VN_SPIN(operation) pthread_spin_##operation
 using SpinLock = pthread_spinlock_t;
@@ -37,14 +41,14 @@ int apply(int (*operation)(pthread_mutex_t *), SpinLock *lock)
 
 extern "C" {
 
-__attribute__((weak)) int VN_SPIN(init)(SpinLock *lock, int)
+VN_API VN_WEAK int VN_SPIN(init)(SpinLock *lock, int)
 {
     void *const mutex = calloc(1, sizeof(pthread_mutex_t));
     mutex_of(lock) = static_cast<pthread_mutex_t *>(mutex);
     return mutex == nullptr ? EAGAIN : pthread_mutex_init(mutex_of(lock), nullptr);
 }
 
-__attribute__((weak)) int VN_SPIN(destroy)(SpinLock *lock)
+VN_API VN_WEAK int VN_SPIN(destroy)(SpinLock *lock)
 {
     const int result = apply(pthread_mutex_destroy, lock);
     free(mutex_of(lock));
@@ -52,17 +56,17 @@ __attribute__((weak)) int VN_SPIN(destroy)(SpinLock *lock)
     return result;
 }
 
-__attribute__((weak)) int VN_SPIN(lock)(SpinLock *lock)
+VN_API VN_WEAK int VN_SPIN(lock)(SpinLock *lock)
 {
     return apply(pthread_mutex_lock, lock);
 }
 
-__attribute__((weak)) int VN_SPIN(trylock)(SpinLock *lock)
+VN_API VN_WEAK int VN_SPIN(trylock)(SpinLock *lock)
 {
     return apply(pthread_mutex_trylock, lock);
 }
 
-__attribute__((weak)) int VN_SPIN(unlock)(SpinLock *lock)
+VN_API VN_WEAK int VN_SPIN(unlock)(SpinLock *lock)
 {
     return apply(pthread_mutex_unlock, lock);
 }
