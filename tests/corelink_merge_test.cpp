@@ -10,6 +10,8 @@
 
 #include "support/capture.h"
 #include "support/corelink_tree.h"
+#include "support/small_stack.h"
+#include "support/tracked.h"
 #include "vnlib/corelink.h"
 #include "vnlib/log.h"
 #include "vnlib/memcheck.h"
@@ -332,6 +334,57 @@ TEST(CorelinkMerge, SurvivesReplacingTheSourceContainerThatIsBeingRead)
     EXPECT_EQ(text_of(target), "a={c={c=5}}");
 }
 
+// A container that shares the list of the target's member `path`, which is at the root.
+Node *sharing(const Tree &tree, const char *path)
+{
+    const Tree copies;
+    clparse_insert(copies, tree);
+    for (Node *node; (node = clparse_get_child(copies.root())) != nullptr;) {
+        if (std::string(node->tag) == path) return node;
+        clparse_delete_node(node);
+    }
+    return nullptr;
+}
+
+TEST(CorelinkInsert, RefusesToPutAListIntoItself)
+{
+    const Tree target("box={aa=1}");
+    const Tree source{structure("box", {structure("inner", {sharing(target, "box")})})};
+    EXPECT_EQ(clparse_insert(target, source), -1);
+    EXPECT_EQ(text_of(target), "box={aa=1}");
+    EXPECT_EQ(text_of(source), "box={inner={box={aa=1}}}");
+}
+
+TEST(CorelinkInsert, RefusesToPutAnUpperListBelowItself)
+{
+    const Tree target("box={deep={aa=1}}");
+    const Tree source{structure("box", {structure("deep", {sharing(target, "box")})})};
+    EXPECT_EQ(clparse_insert(target, source), -1);
+    EXPECT_EQ(text_of(target), "box={deep={aa=1}}");
+}
+
+TEST(CorelinkInsert, SharesAListThatIsElsewhereInTheTarget)
+{
+    const Tree target("box={aa=1},other={bb=2}");
+    const Tree source{structure("other", {sharing(target, "box")})};
+    EXPECT_EQ(clparse_insert(target, source), 0);
+    EXPECT_EQ(text_of(target), "box={aa=1},other={bb=2,box={aa=1}}");
+}
+
+TEST(CorelinkInsert, RefusesTheTargetsOwnRootFromAFunctionNode)
+{
+    const Tree target("box={aa=1}");
+    Yield root(target.root()), box(target.at("box"));
+    const Tree source{root.node("r")}, deeper{structure("box", {root.node("r")})},
+        member{box.node("b")}, below{structure("box", {box.node("b")})};
+    EXPECT_EQ(clparse_insert(target, source), -1);
+    EXPECT_EQ(clparse_insert(target, deeper), -1);
+    EXPECT_EQ(clparse_insert(target, member), 0) << "the box is merged into itself";
+    EXPECT_EQ(clparse_insert(target, below), -1);
+    EXPECT_EQ(text_of(target), "box={aa=1}");
+    EXPECT_EQ(root.calls, "+r-r+r-r");
+}
+
 // ---------------------------------------------------------------- null entries
 
 std::string log_of(const std::function<void()> &body)
@@ -361,6 +414,36 @@ TEST(CorelinkMerge, ReportsANullEntryInTheTargetList)
         }
         first->next = second;
     }
+}
+
+// ---------------------------------------------------------------- memory
+
+TEST(CorelinkMerge, ChargesTheTextsThatItCopies)
+{
+    static clparse_head *target, *source;
+    const auto merged = [](Operation operation, const char *target_text) {
+        target = clparse_start(target_text);
+        source = clparse_start("name=\"text\"");
+        operation(target, source);
+        return clparse_get_node_value_s(clparse_get_node(target, "name"));
+    };
+    EXPECT_EQ(test::charge_of([&] { return merged(clparse_update, "name=1"); }),
+              "clparse_dfl_found_action LINE:1017, Size:5");
+    EXPECT_EQ(test::charge_of([&] { return merged(clparse_insert, "other=1"); }),
+              "clparse_insert_new LINE:1070, Size:5");
+}
+
+TEST(CorelinkMerge, LeavesNothingBehind)
+{
+    EXPECT_EQ(test::left_behind_by([] {
+                  const Tree target("box={aa=1,text=\"old\"},name=\"old\",list=[1]"),
+                      source("box={aa=2,text=\"new\",list=[1]},name=7,list=5,more=\"text\"");
+                  for (const Operation operation : kOperations) {
+                      operation(target, source);
+                      operation(target, target);
+                  }
+              }),
+              0);
 }
 
 // ---------------------------------------------------------------- function nodes
@@ -532,7 +615,7 @@ TEST(CorelinkMerge, DescendsAHundredThousandLevels)
     clparse_append_child(inner_target, number("x", 1));
     clparse_append_child(inner_source, number("x", 2));
     clparse_append_child(inner_source, number("y", 3));
-    EXPECT_EQ(clparse_insert(target, source), 0);
+    test::on_small_stack([&] { EXPECT_EQ(clparse_insert(target, source), 0); });
     EXPECT_EQ(inner_target->value.children->next->value.number, 2u);
     EXPECT_EQ(inner_target->value.children->prev->value.number, 3u);
 }
@@ -551,6 +634,24 @@ TEST(CorelinkMerge, StaysInProportionOnWideLevels)
     EXPECT_EQ(clparse_get_type(target, "%d", 2 * kMembers - 1), 2);
     EXPECT_EQ(clparse_get_type(target, "%d", 2 * kMembers), -1);
     EXPECT_EQ(clparse_update(target, target), 0);
+}
+
+TEST(CorelinkMerge, SeesWhatACallbackChangesOnAWideLevel)
+{
+    const Tree target, source;
+    for (int i = 0; i < 200; ++i) {
+        clparse_append_child(target.root(), number(("t" + std::to_string(i)).c_str(), 1));
+        clparse_append_child(source.root(), number(("t" + std::to_string(199 - i)).c_str(), 2));
+    }
+    const auto add_one = [](Node *, void *tree) -> Node * {
+        static_cast<const Tree *>(tree)->add(number("late", 1));
+        return nullptr;
+    };
+    source.add(
+        clparse_create_function_node("f", add_one, nullptr, nullptr, const_cast<Tree *>(&target)));
+    source.add(number("late", 2));
+    EXPECT_EQ(clparse_update(target, source), 0);
+    EXPECT_EQ(target.at("late")->value.number, 2u);
 }
 
 TEST(CorelinkMerge, StaysInProportionOnWideLevelsOfElementsWithoutTags)

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "support/corelink_tree.h"
+#include "support/tracked.h"
 #include "vnlib/corelink.h"
 #include "vnlib/memcheck.h"
 
@@ -529,6 +530,42 @@ TEST(CorelinkGetPath, ListsManyMembers)
         expected += (i != 0 ? ",many." : "many.") + tag;
     }
     EXPECT_EQ(listing(tree, "many"), expected);
+}
+
+TEST(CorelinkGetPath, IsABlockOfItsExactSizeChargedWhereStringsGrow)
+{
+    EXPECT_EQ(test::charge_of([] { return clparse_get_path(Tree("box={aa=1,bb=2}"), "box"); }),
+              "vn_vaasprintf LINE:43, Size:14");
+    EXPECT_THAT(test::charge_of([] { return clparse_get_path(Tree(), "none"); }),
+                testing::MatchesRegex("clparse_get_path LINE:[0-9]+, Size:1"));
+}
+
+// ---------------------------------------------------------------- memory
+
+TEST(CorelinkGetters, LeaveNothingBehindButTheCopyOfAText)
+{
+    EXPECT_EQ(test::left_behind_by([] {
+                  const Tree tree("box={aa=1,bb=\"text\",cc=true}");
+                  const std::string long_path = "box." + std::string(1000, 'x');
+                  char *text = nullptr;
+                  clparse_get_type(tree, "%s", long_path.c_str());
+                  clparse_get_tag(tree, &text, "box.%s", "aa");
+                  number_at(tree, "box.aa");
+                  number_at(tree, "box.bb");
+                  string_at(tree, "box.bb");
+                  listing(tree, "box");
+              }),
+              0);
+}
+
+TEST(CorelinkGetString, ChargesTheCopyToItself)
+{
+    EXPECT_THAT(test::charge_of([] {
+                    char *text = nullptr;
+                    clparse_get_string(Tree("aa=\"text\""), &text, "aa");
+                    return text;
+                }),
+                testing::MatchesRegex("clparse_get_string LINE:[0-9]+, Size:5"));
 }
 
 // ---------------------------------------------------------------- array text

@@ -6,6 +6,7 @@
 
 #include "support/corelink_tree.h"
 #include "support/small_stack.h"
+#include "support/tracked.h"
 #include "vnlib/corelink.h"
 
 namespace {
@@ -319,6 +320,47 @@ TEST(CorelinkPaths, NamesMembersThatAnInsertSharesByTheTreeBeingWritten)
         EXPECT_EQ(paths_of(outer), "outer.shared.x=llu");
     }
     EXPECT_EQ(paths_of(source), "shared.x=llu");
+}
+
+// ---------------------------------------------------------------- memory
+
+TEST(CorelinkText, IsABlockOfItsExactSizeChargedWhereStringsGrow)
+{
+    const auto text_in = [](unsigned char path_mode, const char *source) {
+        char *text = nullptr;
+        clparse_get_corelink(Tree(source), &text, path_mode);
+        return text;
+    };
+    const std::string wide = "wide=\"" + std::string(5000, 'x') + "\"";
+    EXPECT_EQ(test::charge_of([&] { return text_in(0, "ab=1,cd={ef=2}"); }),
+              "vn_vaasprintf LINE:43, Size:15");
+    EXPECT_EQ(test::charge_of([&] { return text_in(1, "ab=1,cd={ef=2}"); }),
+              "vn_vaasprintf LINE:43, Size:17");
+    EXPECT_EQ(test::charge_of([&] { return text_in(0, wide.c_str()); }),
+              "vn_vaasprintf LINE:43, Size:5008");
+}
+
+TEST(CorelinkText, IsChargedToItsWriterWhenNothingWasAppended)
+{
+    EXPECT_EQ(test::charge_of([] {
+                  char *text = nullptr;
+                  clparse_get_corelink(Tree(), &text, 0);
+                  return text;
+              }),
+              "clparse_get_corelink LINE:829, Size:1");
+}
+
+TEST(CorelinkText, LeavesNothingBehindButTheText)
+{
+    EXPECT_EQ(test::left_behind_by([] {
+                  const Tree tree("box={aa=\"say\",list=[1,2]}");
+                  text_of(tree);
+                  paths_of(tree);
+                  clparse_set_node_value_s(tree.at("box.aa"), nullptr);
+                  text_of(tree);
+                  paths_of(tree);
+              }),
+              0);
 }
 
 // ---------------------------------------------------------------- size

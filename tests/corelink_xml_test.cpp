@@ -10,6 +10,7 @@
 
 #include "support/corelink_tree.h"
 #include "support/small_stack.h"
+#include "support/tracked.h"
 #include "vnlib/corelink.h"
 
 namespace {
@@ -212,6 +213,35 @@ TEST(CorelinkXml, RefusesNullArguments)
     char *xml = nullptr;
     EXPECT_EQ(clparse_get_xml(nullptr, &xml, kPretty), -1);
     EXPECT_EQ(clparse_get_xml(tree, nullptr, kPretty), -1);
+}
+
+TEST(CorelinkXml, IsABlockOfItsExactSizeChargedWhereStringsGrow)
+{
+    EXPECT_EQ(test::charge_of([] {
+                  char *xml = nullptr;
+                  clparse_get_xml(Tree(), &xml, kCompact);
+                  return xml;
+              }),
+              "vn_vaasprintf LINE:43, Size:" + std::to_string(compact("").size() + 1));
+    const std::string text(5000, 'x');
+    EXPECT_EQ(test::charge_of([&] {
+                  char *xml = nullptr;
+                  clparse_get_xml(Tree{string("s", text.c_str())}, &xml, kCompact);
+                  return xml;
+              }),
+              "vn_vaasprintf LINE:43, Size:" +
+                  std::to_string(compact("<s type=\"string\"></s>").size() + text.size() + 1));
+}
+
+TEST(CorelinkXml, LeavesNothingBehindButTheText)
+{
+    EXPECT_EQ(test::left_behind_by([] {
+                  const Tree tree("box={aa=\"<text>\",list=[1,2]}");
+                  xml_of(tree, kPretty);
+                  clparse_set_node_value_s(tree.at("box.aa"), nullptr);
+                  xml_of(tree, kPretty);
+              }),
+              0);
 }
 
 // ---------------------------------------------------------------- size

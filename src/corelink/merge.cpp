@@ -39,7 +39,7 @@ enum class Outcome {
 };
 
 // How many comparisons a level takes part in before an index may pay.
-constexpr size_t kIndexFrom = 256;
+constexpr size_t kIndexFrom = 64;
 
 void report_null_node()
 {
@@ -87,6 +87,21 @@ clparse_node *inserted_copy(const clparse_node &source)
     return copy.release();
 }
 
+// Whether `list` is the node's child list or one below it. Without memory to find out: it may be.
+bool leads_to(const clparse_node &node, const clparse_node *list)
+{
+    SmallStack<const clparse_node *, 32> pending;
+    if (!pending.push(&node)) return true;
+    while (!pending.empty()) {
+        const clparse_node &next = *pending.top();
+        pending.pop();
+        if (is_container(next) && next.value.children == list) return true;
+        for (const clparse_node &child : Children(next))
+            if (is_container(child) && !pending.push(&child)) return true;
+    }
+    return false;
+}
+
 class Merge {
 public:
     explicit Merge(Missing missing) : missing_(missing) {}
@@ -109,6 +124,7 @@ private:
         clparse_node *source;          // what is merged: that child, or what it yields
         clparse_node *source_function; // the function nodes whose results are in use, or null
         clparse_node *target_function;
+        bool shared;            // whether another tree may hold that target container's list
         MatchIndex *index;      // of the target's children, or null
         size_t index_callbacks; // callbacks_ when it was built
         size_t compared;        // target children looked at so far,
@@ -121,6 +137,7 @@ private:
     Outcome search(Level &level);
     Outcome offer(Level &level, clparse_node &entry);
     Outcome finish(Level &level, Outcome outcome);
+    [[nodiscard]] bool would_close_a_ring(const Level &level, const clparse_node &copy) const;
     bool append_copy(Level &level, OwnedNode &copy);
     MatchIndex *index_of(Level &level);
     clparse_node *use(clparse_node &entry, clparse_node *&function);
@@ -149,6 +166,7 @@ Outcome Merge::enter(clparse_node &target, const clparse_node &source)
     level.target_list = target_list;
     level.source_list = source_list;
     level.source_entry = source_list->next;
+    level.shared = is_shared(*target_list) || (!levels_.empty() && levels_.top().shared);
     level.index_when = kIndexFrom;
     if (!levels_.push(level)) return Outcome::kFailed;
     hold_list(*target_list);
@@ -221,9 +239,17 @@ Outcome Merge::finish(Level &level, Outcome outcome)
     return Outcome::kFound;
 }
 
+// A container that holds the target's own list must not be put into that list: nobody could release
+// the ring, and a writer would go round in it. Only lists that are shared already and the results
+// of function nodes can lead there.
+bool Merge::would_close_a_ring(const Level &level, const clparse_node &copy) const
+{
+    return (level.shared || callbacks_ != 0) && leads_to(copy, level.target_list);
+}
+
 bool Merge::append_copy(Level &level, OwnedNode &copy)
 {
-    if (!copy) return false;
+    if (!copy || would_close_a_ring(level, *copy)) return false;
     clparse_node &child = *copy.release();
     append(*level.target, child);
     if (level.index != nullptr && !level.index->add(child)) {

@@ -64,10 +64,13 @@ public:
     }
 
 private:
+    // Tags are short and most differ early: a call of strncmp would cost more than this loop.
     [[nodiscard]] bool has_name(const char *tag) const
     {
-        return tag != nullptr && std::strncmp(tag, name_.data(), name_.size()) == 0 &&
-               tag[name_.size()] == '\0';
+        if (tag == nullptr) return false;
+        for (const char c : name_)
+            if (*tag++ != c) return false;
+        return *tag == '\0';
     }
 
     std::string_view name_;

@@ -244,4 +244,9 @@ void let_go_of_list(clparse_node &sentinel)
     if (drop_holder(sentinel)) release_list(&sentinel, Privates::kKeep);
 }
 
+bool is_shared(const clparse_node &sentinel)
+{
+    return __atomic_load_n(&sentinel.ref.count, __ATOMIC_RELAXED) > 0;
+}
+
 } // namespace vn::corelink

@@ -135,6 +135,7 @@ void share_children(const clparse_node &node);
 // give it up; the last to let go of it releases it.
 void hold_list(clparse_node &sentinel);
 void let_go_of_list(clparse_node &sentinel);
+bool is_shared(const clparse_node &sentinel); // by more than one holder
 
 // A node with one owner, released with everything below it unless release() lets it go.
 class OwnedNode {
