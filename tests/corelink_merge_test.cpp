@@ -906,14 +906,14 @@ public:
 TEST(CorelinkMerge, DoesWhatThePlainWalkDoesOnSmallTrees)
 {
     const QuietLog quiet;
-    for (unsigned seed = 0; seed < 3000 && !HasFatalFailure(); ++seed)
+    for (unsigned seed = 0; seed < 2000 && !HasFatalFailure(); ++seed)
         compare_with_the_plain_walk(seed, 1 + seed % 6, 3, 8);
 }
 
 TEST(CorelinkMerge, DoesWhatThePlainWalkDoesOnWideTrees)
 {
     const QuietLog quiet;
-    for (unsigned seed = 0; seed < 50 && !HasFatalFailure(); ++seed)
+    for (unsigned seed = 0; seed < 30 && !HasFatalFailure(); ++seed)
         compare_with_the_plain_walk(seed, 80, 1, seed % 2 == 0 ? 0 : 200);
 }
 

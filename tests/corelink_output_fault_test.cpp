@@ -274,4 +274,28 @@ TEST(CorelinkMergeFault, WalksAWideLevelWhenItCannotBeIndexed)
     }
 }
 
+TEST(CorelinkMergeFault, InsertsInOrderAlsoWhenTheIndexCannotGrow)
+{
+    constexpr int kOld = 40, kAll = 200;
+    size_t whole = 0, failed = 1;
+    for (size_t nth = 1; failed != 0; ++nth) {
+        const Tree target, source;
+        for (int i = 0; i < kAll; ++i) {
+            const std::string tag = "t" + std::to_string(i);
+            if (i < kOld) clparse_append_child(target.root(), number(tag.c_str(), 1));
+            clparse_append_child(source.root(), number(tag.c_str(), 2));
+        }
+        int result = 0;
+        {
+            const fault::FailAllocations plan(nth);
+            result = clparse_insert(target, source);
+            failed = plan.failed();
+        }
+        if (result != 0) continue; // a node could not be made
+        ++whole;
+        EXPECT_EQ(text_of(target), text_of(source));
+    }
+    EXPECT_GE(whole, 4u) << "without the index's block, its table, or a larger one; and with all";
+}
+
 } // namespace
