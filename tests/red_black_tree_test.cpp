@@ -485,7 +485,7 @@ TEST(RbInvariants, HoldForALargeTreeOfLogarithmicHeight)
     }
     expect_valid(tree, model);
     for (int i = 0; i < 49'000; ++i) {
-        const uint64_t key = std::next(model.begin(), random() % 20)->first;
+        const uint64_t key = std::next(model.begin(), static_cast<int>(random() % 20))->first;
         tree = drop(tree, key);
         model.erase(key);
     }
