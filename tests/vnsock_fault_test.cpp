@@ -29,6 +29,7 @@ struct Faults {
     std::string address_file;            // opened instead of sysfs' file
     std::string opened;
     std::vector<int> options_set;
+    std::string interface_request; // what SO_BINDTODEVICE was last given
     int socket_calls = 0, lists_out = 0, backlog = 0;
 };
 Faults faults;
@@ -84,6 +85,8 @@ int __wrap_socket(int family, int type, int protocol)
 int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_t length)
 {
     faults.options_set.push_back(option);
+    if (option == SO_BINDTODEVICE)
+        faults.interface_request.assign(static_cast<const char *>(value), length);
     if (const auto entry = faults.options.find(option); entry != faults.options.end()) {
         errno = entry->second;
         return -1;
@@ -176,6 +179,7 @@ protected:
 };
 class VnsockListenFault : public Faulty {};
 class VnsockConnectFault : public Faulty {};
+class VnsockBindIfaceFault : public Faulty {};
 class VnGetmacFault : public Faulty {};
 
 // Two stream addresses as a resolver might give them, IPv6 first.
@@ -412,6 +416,15 @@ TEST_F(VnsockConnectFault, LeavesTheReceiveBufferWhenTheSendBufferFails)
     faults.options[SO_SNDBUF] = ENOBUFS;
     EXPECT_EQ(connect_there("9", 0, 4096), -1);
     EXPECT_EQ(faults.options_set, (std::vector<int>{SO_SNDBUF}));
+}
+
+// The request is that of the 32-bit system, whatever the size of the host's own record.
+TEST_F(VnsockBindIfaceFault, HandsTheKernelAZeroedRecordOf32Bytes)
+{
+    (void)vnsock_bind_iface(-1, "eth0");
+    EXPECT_EQ(faults.interface_request, "eth0" + std::string(28, '\0'));
+    (void)vnsock_bind_iface(-1, "abcdefghijklmnopqrst");
+    EXPECT_EQ(faults.interface_request, "abcdefghijklmno" + std::string(17, '\0'));
 }
 
 // An address file with any content, in the place of sysfs'.
