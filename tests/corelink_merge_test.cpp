@@ -107,6 +107,30 @@ TEST(CorelinkMerge, RefusesNullHeads)
     }
 }
 
+TEST(CorelinkMerge, DoesWhatTheTableInTheDocumentationSays)
+{
+    const struct {
+        const char *target, *source, *select, *update, *insert;
+        int update_result;
+    } kRows[] = {
+        {"aa=1,bb=2", "bb=20,aa=\"x\"", "aa=\"x\",bb=20", "aa=\"x\",bb=20", "aa=\"x\",bb=20", 0},
+        {"aa=1", "zz=9,aa=10", "aa=10", "aa=1", "aa=10,zz=9", -1},
+        {"aa={bb=1}", "aa={bb=2,cc=3}", "aa={bb=2}", "aa={bb=2}", "aa={bb=2,cc=3}", -1},
+        {"aa={bb=1}", "aa=5", "aa=5", "aa=5", "aa=5", 0},
+        {"aa=5", "aa={bb=1}", "aa=5", "aa=5", "aa=5,aa={bb=1}", -1},
+        {"list=[1,2]", "list=[7,8]", "list=[8,2]", "list=[8,2]", "list=[8,2]", 0},
+    };
+    for (const auto &row : kRows) {
+        const Tree select(row.target), update(row.target), insert(row.target), source(row.source);
+        EXPECT_EQ(clparse_select(select, source), 0);
+        EXPECT_EQ(clparse_update(update, source), row.update_result);
+        EXPECT_EQ(clparse_insert(insert, source), 0);
+        EXPECT_EQ(text_of(select), row.select);
+        EXPECT_EQ(text_of(update), row.update);
+        EXPECT_EQ(text_of(insert), row.insert);
+    }
+}
+
 // ---------------------------------------------------------------- what a match copies
 
 TEST(CorelinkMerge, GivesTheTargetTheTypeAndValueOfTheSource)

@@ -45,16 +45,18 @@ private:
     bool reserve(size_t extra)
     {
         if (extra <= capacity_ - size_) return true;
-        constexpr size_t kLargest = PTRDIFF_MAX / sizeof(Item) / 2; // doubling cannot wrap
+        constexpr size_t kLargest = PTRDIFF_MAX / kItemSize / 2; // doubling cannot wrap
         if (extra > kLargest - size_) return false;
         const size_t wanted = std::max(capacity_ * 2, size_ + extra);
-        void *const block = std::realloc(heap_, wanted * sizeof(Item));
+        void *const block = std::realloc(heap_, wanted * kItemSize);
         if (block == nullptr) return false;
-        if (heap_ == nullptr) std::memcpy(block, inline_, size_ * sizeof(Item));
+        if (heap_ == nullptr) std::memcpy(block, inline_, size_ * kItemSize);
         heap_ = static_cast<Item *>(block);
         capacity_ = wanted;
         return true;
     }
+
+    static constexpr size_t kItemSize = sizeof(Item[1]);
 
     Item inline_[kInline];
     Item *heap_ = nullptr; // in place of inline_, once that was too small
