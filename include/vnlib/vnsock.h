@@ -20,6 +20,8 @@
 
 VN_BEGIN_DECLS
 
+struct addrinfo; /* of <netdb.h>, which hides it from a strictly standard C compilation */
+
 /*
  * Opens a socket bound to the first address that works, and for SOCK_STREAM listening on it with a
  * backlog of 10. SO_REUSEADDR is set.
