@@ -94,9 +94,8 @@ class PathText {
 public:
     VN_PRINTF(3, 0) PathText(Site getter, const char *format, va_list args)
     {
-        if (std::strchr(format, '%') == nullptr) {
-            text_ =
-                copy_text(format, getter.function, getter.line); // as it would come out, but sooner
+        if (std::strchr(format, '%') == nullptr) { // most are plain: as they would come out
+            text_ = copy_text(format, getter.function, getter.line);
         } else {
             __vn_vasprintf(&text_, getter.function, getter.line, format, args);
         }
@@ -127,10 +126,10 @@ Found look_up(clparse_node *container, const char *path, int type)
 {
     while (path != nullptr && container != nullptr) {
         const Step step(path);
-        const Found found = find_child(*container, step, step.rest() != nullptr ? kAnyType : type);
-        if (step.rest() == nullptr) return found;
-        container = found.node;
         path = step.rest();
+        const Found found = find_child(*container, step, path != nullptr ? kAnyType : type);
+        if (path == nullptr) return found;
+        container = found.node;
     }
     return {};
 }
