@@ -14,7 +14,6 @@
 #pragma once
 
 #include <cstdint>
-#include <iterator>
 #include <utility>
 
 #include "vnlib/corelink.h"
@@ -57,26 +56,17 @@ class Children {
 public:
     class Iterator {
     public:
-        using iterator_category = std::forward_iterator_tag;
-        using value_type = clparse_node;
-        using difference_type = std::ptrdiff_t;
-        using pointer = clparse_node *;
-        using reference = clparse_node &;
-
-        Iterator() = default;
         explicit Iterator(clparse_node *node) : node_(node) {}
         clparse_node &operator*() const { return *node_; }
-        clparse_node *operator->() const { return node_; }
         Iterator &operator++()
         {
             node_ = node_->next;
             return *this;
         }
-        Iterator operator++(int) { return Iterator(std::exchange(node_, node_->next)); }
         bool operator==(const Iterator &) const = default;
 
     private:
-        clparse_node *node_ = nullptr;
+        clparse_node *node_;
     };
 
     explicit Children(const clparse_node &container)
