@@ -114,11 +114,14 @@ private:
     char text_[32] = {};
 };
 
-// Without SO_REUSEADDR: whoever holds the port, even for the last connections of a stream that has
-// ended, keeps it.
+// SO_REUSEADDR, because the connections of a stream that has ended linger for a minute: whoever was
+// watching a program that restarts can come back at once. A port that somebody listens on stays
+// theirs.
 int listen_on(unsigned port)
 {
     Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_ANY);

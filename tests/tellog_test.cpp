@@ -428,6 +428,17 @@ TEST(TellogStart, RunsWithoutClientsWhenThePortIsTaken)
     EXPECT_EQ(tellog_finish(first), 0);
 }
 
+TEST_F(Tellog, CanBeWatchedAgainOnTheSamePortAtOnce)
+{
+    const auto first = join();
+    finish(); // disconnects, so that the connection lingers on this side
+    sink_ = tellog_start(port_);
+    ASSERT_NE(sink_, nullptr);
+    const auto second = join();
+    send_line(sink_, 6, "back again");
+    EXPECT_EQ(second->message(), "INFOR: back again");
+}
+
 TEST(TellogStart, LeavesNothingBehindOverManyRounds)
 {
     const unsigned port = free_port();
