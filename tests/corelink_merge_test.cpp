@@ -585,18 +585,32 @@ TEST(CorelinkMergeFunction, ReleasesEveryResultThatIsInUseWhenItEndsEarly)
     EXPECT_EQ(log, "+s+t-t-s");
 }
 
-TEST(CorelinkMergeFunction, PassesOverFunctionsThatYieldNothing)
+TEST(CorelinkMergeFunction, PassesOverASourceFunctionThatYieldsNothing)
 {
     std::string log;
-    Yield s(nullptr, 0, &log), t(nullptr, 0, &log);
-    const auto bare = [] {
-        return clparse_create_function_node("xx", nullptr, nullptr, nullptr, nullptr);
-    };
-    const Tree target{t.node("t"), bare(), number("xx", 1)};
-    const Tree source{s.node("s"), number("xx", 10), bare()};
+    Yield s(nullptr, 0, &log);
+    const auto bare = clparse_create_function_node("xx", nullptr, nullptr, nullptr, nullptr);
+    const Tree target{number("xx", 1)}, source{s.node("s"), number("xx", 10), bare};
     EXPECT_EQ(clparse_update(target, source), 0);
-    EXPECT_EQ(target.at("2")->value.number, 10u);
-    EXPECT_EQ(log, "+s-s+t-t");
+    EXPECT_EQ(target.at("xx")->value.number, 10u);
+    EXPECT_EQ(log, "+s-s");
+}
+
+TEST(CorelinkMergeFunction, EndsTheSearchAtATargetFunctionThatYieldsNothing)
+{
+    for (const Operation operation : kOperations) {
+        std::string log;
+        Yield t(nullptr, 0, &log);
+        const Tree target{number("aa", 1), t.node("t"), number("bb", 2)}, source("bb=20,aa=10");
+        EXPECT_EQ(operation(target, source), operation == clparse_update ? -1 : 0);
+        EXPECT_EQ(target.at("bb")->value.number, 2u) << "it lies behind the function";
+        EXPECT_EQ(target.at("aa")->value.number, operation == clparse_update ? 1u : 10u)
+            << "the walk goes on with the next source child";
+        if (operation == clparse_insert) {
+            EXPECT_EQ(target.at("3")->value.number, 20u);
+        }
+        EXPECT_EQ(log, "+t-t");
+    }
 }
 
 TEST(CorelinkMergeFunction, ReportsATargetFunctionThatYieldsNothing)
@@ -607,6 +621,14 @@ TEST(CorelinkMergeFunction, ReportsATargetFunctionThatYieldsNothing)
     EXPECT_THAT(lines, testing::HasSubstr("ERROR: clparse_search_tree +1135:NULL clparse node!"));
     EXPECT_EQ(t.calls, "+t-t");
     EXPECT_EQ(target.at("yy")->value.number, 1u);
+}
+
+TEST(CorelinkMergeFunction, EndsWhenATreeIsInsertedIntoItselfBehindAFunctionThatYieldsNothing)
+{
+    Yield t;
+    const Tree tree{t.node("t"), number("aa", 1)};
+    EXPECT_EQ(clparse_insert(tree, tree), 0);
+    EXPECT_EQ(text_of(tree), ",aa=1,aa=1") << "the first is out of sight, so it is appended, once";
 }
 
 TEST(CorelinkMergeFunction, TakesAResultThatIsAFunctionNodeAsItIs)
@@ -723,10 +745,11 @@ public:
     int walk(const ModelPtr &target, const ModelPtr &source)
     {
         const ModelList targets = target->children, sources = source->children;
-        for (size_t i = 0; i < sources->size(); ++i) {
+        const size_t count = sources->size(); // what is appended to this very list is not merged
+        for (size_t i = 0; i < count; ++i) {
             const ModelPtr entry = (*sources)[i], s = use(entry);
-            bool found = s == nullptr;
-            for (size_t j = 0; j < targets->size() && !found; ++j) {
+            bool found = s == nullptr, blocked = false;
+            for (size_t j = 0; j < targets->size() && !found && !blocked; ++j) {
                 const ModelPtr d_entry = (*targets)[j], d = use(d_entry);
                 int result = -1;
                 if (d != nullptr && d->tag == s->tag && d->is_container() && s->is_container()) {
@@ -736,7 +759,9 @@ public:
                         return -1;
                     }
                     found = true;
-                } else if (d != nullptr) {
+                } else if (d == nullptr) {
+                    blocked = true;
+                } else {
                     result = found_action(*d, *s);
                     found = result == 0;
                 }

@@ -294,8 +294,8 @@ VN_API int cl_cat_array_element(char **text, size_t capacity, const char *format
  * Function nodes stand for the node that they yield, on both sides. Each resolve call is followed
  * by the release call once the result has served; the merge ends with -1 when a release callback
  * reports a failure. Results still in use when a merge ends early are released, the innermost
- * first. A target function node that yields nothing, and a null link in a target list, are reported
- * on the log (level 3).
+ * first. A source function node that yields nothing is passed over. A target one, and a null link in
+ * a target list, are reported on the log (level 3) and end the search without a match.
  *
  * All three return 0, or -1 as above and when memory is short or the target's root has no child
  * list; what was merged by then stays. Source and target may be the same tree and may share parts.

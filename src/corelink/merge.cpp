@@ -120,6 +120,8 @@ private:
         clparse_node *target;          // the container that is merged into,
         clparse_node *target_list;     // the sentinel of its children,
         clparse_node *source_list;     // and that of the source container's
+        clparse_node *source_last;     // the last source child; what a merge of a list into itself
+                                       // appends behind it is not merged again
         clparse_node *source_entry;    // the source child in hand, as it stands in its list
         clparse_node *source;          // what is merged: that child, or what it yields
         clparse_node *source_function; // the function nodes whose results are in use, or null
@@ -165,6 +167,7 @@ Outcome Merge::enter(clparse_node &target, const clparse_node &source)
     level.target = &target;
     level.target_list = target_list;
     level.source_list = source_list;
+    level.source_last = source_list->prev;
     level.source_entry = source_list->next;
     level.shared = is_shared(*target_list) || (!levels_.empty() && levels_.top().shared);
     level.index_when = kIndexFrom;
@@ -215,12 +218,16 @@ Outcome Merge::search(Level &level)
     return Outcome::kMissing;
 }
 
-// Whether the source node finds its match in a target child. A function node stays in use.
+// Whether the source node finds its match in a target child. A function node stays in use; one that
+// yields nothing ends the search, as a broken list does.
 Outcome Merge::offer(Level &level, clparse_node &entry)
 {
     clparse_node *const target = use(entry, level.target_function);
-    if (target == nullptr) report_null_node();
-    if (target == nullptr || !same_tag(target->tag, level.source->tag)) return Outcome::kNotThisOne;
+    if (target == nullptr) {
+        report_null_node();
+        return Outcome::kMissing;
+    }
+    if (!same_tag(target->tag, level.source->tag)) return Outcome::kNotThisOne;
     if (is_container(*target) && is_container(*level.source)) return enter(*target, *level.source);
     return take_value(*target, *level.source) ? Outcome::kFound : Outcome::kNotThisOne;
 }
@@ -235,7 +242,8 @@ Outcome Merge::finish(Level &level, Outcome outcome)
                                                            : nullptr);
     if (!release(level.source_function)) return Outcome::kFailed;
     if (missing && !append_copy(level, copy)) return Outcome::kFailed;
-    level.source_entry = level.source_entry->next;
+    level.source_entry =
+        level.source_entry == level.source_last ? level.source_list : level.source_entry->next;
     return Outcome::kFound;
 }
 
