@@ -423,7 +423,6 @@ TEST(CorelinkThreads, ParseAtTheSameTime)
     second.join();
 }
 
-#if !defined(__SANITIZE_ADDRESS__) // the tracker's blocks are not aligned for the checks of asan
 TEST(CorelinkTracked, NothingStaysBehind)
 {
     const test::ChildResult child = test::run_in_child([] {
@@ -441,4 +440,3 @@ TEST(CorelinkTracked, NothingStaysBehind)
     EXPECT_EQ(child.out.substr(last, 24), "Total Allocations: 00000");
     EXPECT_EQ(child.out.find("Could not find"), std::string::npos);
 }
-#endif
