@@ -462,6 +462,62 @@ TEST(CorelinkScanner, SwitchesBetweenBuffers)
     yy_delete_buffer(nullptr, scanner);
 }
 
+TEST(CorelinkScanner, HasNothingToReadOnceItsLastBufferIsGone)
+{
+    const Scanner fresh("12 34"), begun("12 34"), deleted;
+    clparse_lex_value value;
+    yypop_buffer_state(fresh);
+    EXPECT_EQ(yylex(&value, fresh), 0);
+    EXPECT_EQ(yylex(&value, begun), kNumber);
+    yypop_buffer_state(begun);
+    EXPECT_EQ(yylex(&value, begun), 0);
+    yy_delete_buffer(yy_scan_string("12", deleted), deleted);
+    EXPECT_EQ(yylex(&value, deleted), 0);
+    yy_scan_string("56", deleted);
+    EXPECT_EQ(rest_of(deleted), (std::vector<Token>{{kNumber, "56"}}));
+}
+
+TEST(CorelinkScanner, SwitchingToNoBufferChangesNothing)
+{
+    const Scanner scanner("12");
+    yy_switch_to_buffer(nullptr, scanner);
+    EXPECT_EQ(rest_of(scanner), (std::vector<Token>{{kNumber, "12"}}));
+}
+
+TEST(CorelinkScanner, ReadsNothingFromNoStream)
+{
+    const Scanner created, begun_anew;
+    clparse_lex_value value;
+    yy_switch_to_buffer(yy_create_buffer(nullptr, 64, created), created);
+    EXPECT_EQ(yylex(&value, created), 0);
+    yyrestart(nullptr, begun_anew);
+    EXPECT_EQ(yylex(&value, begun_anew), 0);
+}
+
+TEST(CorelinkScanner, ReadsAStreamFromWhereTheProgramHasReadTo)
+{
+    FILE *const stream = tmpfile();
+    fputs("first line\n12 34", stream);
+    rewind(stream);
+    char line[64];
+    ASSERT_STREQ(fgets(line, sizeof line, stream), "first line\n");
+    const Scanner scanner;
+    yyset_in(stream, scanner);
+    EXPECT_EQ(rest_of(scanner), (std::vector<Token>{{kNumber, "12"}, {kNumber, "34"}}));
+    fclose(stream);
+}
+
+TEST(CorelinkScanner, ReadsAStreamWithoutADescriptor)
+{
+    char text[] = "ab=12";
+    FILE *const stream = fmemopen(text, strlen(text), "r");
+    const Scanner scanner;
+    yyrestart(stream, scanner);
+    EXPECT_EQ(rest_of(scanner),
+              (std::vector<Token>{{kIdentifier, "ab"}, punctuation('='), {kNumber, "12"}}));
+    fclose(stream);
+}
+
 TEST(CorelinkScanner, FlushDropsWhatIsLeft)
 {
     const Scanner scanner;

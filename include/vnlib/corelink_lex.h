@@ -50,8 +50,8 @@ struct yy_buffer_state;
 
 /*
  * The next token. Text comes from the current buffer, or, as long as there was none, from yyin
- * (standard input by default). When memory for more input cannot be had, the rest of the buffer is
- * dropped and 0 returned.
+ * (standard input by default); once the last buffer is gone, the input has ended. When memory for
+ * more input cannot be had, the rest of the buffer is dropped and 0 returned.
  */
 VN_API int yylex(union clparse_lex_value *value, void *scanner);
 
@@ -67,6 +67,9 @@ VN_API int yylex_destroy(void *scanner);
  * bytes) and switch to it. yy_scan_buffer() reads the caller's memory in place instead and changes
  * it while it does: the last two of its `size` bytes must be NUL. Null when that is not so, and
  * when memory is short.
+ *
+ * A buffer that was current before is the program's to delete with yy_delete_buffer(), unless it
+ * was pushed down with yypush_buffer_state().
  */
 VN_API struct yy_buffer_state *yy_scan_string(const char *text, void *scanner);
 VN_API struct yy_buffer_state *yy_scan_bytes(const char *bytes, int length, void *scanner);

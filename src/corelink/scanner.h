@@ -16,6 +16,9 @@ bool scanner_keeps(void *scanner, const void *block);
 // Whether there is a current buffer, the top of the stack of buffers.
 bool has_buffer(void *scanner);
 
+// Whether there is none any more. (One that never had a buffer makes its own, for its stream.)
+bool lost_its_buffers(void *scanner);
+
 // Drops what is left in the current buffer after a token could not be finished. `not_grown` is the
 // block that could not be made larger, or null.
 void empty_scanner(void *scanner, const void *not_grown);

@@ -89,7 +89,7 @@ extern "C" {
 
 int yylex(union clparse_lex_value *value, void *scanner)
 {
-    if (value == nullptr) return 0;
+    if (value == nullptr || scanner == nullptr || lost_its_buffers(scanner)) return 0;
     int token = 0;
     const bool done = attempt(
         scanner, [&] { token = corelink_scan_lex(value, scanner); },
@@ -154,6 +154,7 @@ void yy_flush_buffer(struct yy_buffer_state *buffer, void *scanner)
 
 void yy_switch_to_buffer(struct yy_buffer_state *buffer, void *scanner)
 {
+    if (buffer == nullptr) return;
     attempt(scanner, [&] { corelink_scan__switch_to_buffer(buffer, scanner); });
 }
 
