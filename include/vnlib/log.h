@@ -31,13 +31,18 @@ VN_BEGIN_DECLS
  * asks for the library's own lines on standard error. When the stream cannot be started, logging
  * goes on without it.
  *
- * Call this before the threads that log are started. Calling it again starts another stream; the
+ * Call this before the threads that log are started, and after the process has become a daemon: a
+ * child of fork has no thread to serve the stream. Calling it again starts another stream; the
  * earlier one keeps running unless vn_log_exit() is called first.
  */
 VN_API void vn_log_init(const char *ident, unsigned level, int options, int facility,
                         unsigned tellog_port);
 
-/* Ends the live stream, closes syslog, and puts the state back to what it was before the start. */
+/*
+ * Ends the live stream, closes syslog, and puts the state back to what it was before the start. To
+ * be called by the process that started the log, not by a child of fork, whose end of the stream
+ * would be the parent's too.
+ */
 VN_API void vn_log_exit(void);
 
 /* Sets the threshold: messages of a greater level go to the live stream only. */

@@ -26,8 +26,9 @@ struct vn_tellog; /* a stream */
 
 /*
  * Starts a stream on TCP port `port` of all IPv4 addresses, with a server thread of its own, in
- * which all signals are blocked. When this returns, clients can connect. A port that cannot be had
- * is no failure: the stream then has no clients.
+ * which all signals are blocked. When this returns, clients can connect, also on the port of a
+ * stream that has just ended. A port that cannot be had is no failure: the stream then has no
+ * clients.
  *
  * Returns the stream, which tellog_finish() ends, or null when there is no memory or no thread.
  */
