@@ -16,8 +16,7 @@ VN_BEGIN_DECLS
 
 /*
  * One attribute of a start tag. The records form a list that begins with the attribute written
- * last:
- * `<a x="1" y="2">` gives y, then x. Records and texts belong to the parser and end with the
+ * last: `<a x="1" y="2">` gives y, then x. Records and texts belong to the parser and end with the
  * callbacks of their tag. Values are what stands between the quotes; entities in them are not
  * resolved.
  */
@@ -81,15 +80,17 @@ VN_API extern const struct sax_transition state_machine[51];
  * behind the offending character; also, with errno EINVAL and without a call, for a null `stream`
  * or `callbacks`.
  *
- * The error texts:
- *     Invalid XML Document: Invalid State (<state>: '<character>') on line <line>.
- *     Invalid XML Document: Invalid State (<state>: 0x<hexadecimal>) on line <line>.
- *         no row of the table fits; the second form is for a character that is not printable ASCII,
- *         and the line is the number of line feeds read so far, so the first line is line 0
- *     Invalid XML Document            a `>` in character data, `--` in a comment without `>`,
- * `<!-x` Unsupported XML Encountered     `<?` XML identifier exceeded buffer  a name or an
- * attribute value of more than 256 characters Out of memory                   no memory for the
- * parser or for an attribute
+ * The error texts, and what they are about:
+ *  - "Invalid XML Document: Invalid State (<state>: '<character>') on line <line>.": a character
+ *    that the state has no row for. The line is the number of line feeds read so far, so the first
+ *    line is line 0. A character that is not printable ASCII appears without quotes, in
+ *    hexadecimal: 0x09, a NUL as 00.
+ *  - "Invalid XML Document": a `>` in character data, `<!-` without a second dash, or `--` in a
+ *    comment without a `>` behind it.
+ *  - "Unsupported XML Encountered": `<?`.
+ *  - "XML identifier exceeded buffer": a name or an attribute's value longer than 256 characters,
+ *    or more than 256 characters in the names of all entities together.
+ *  - "Out of memory": no memory for the parser or for an attribute.
  *
  * The caller opens, rewinds and closes the stream. It is locked (flockfile) during the call; a
  * callback may read it, from behind the character that caused the call. Different streams may be

@@ -12,10 +12,9 @@
 //         static Text load(const char *in);
 //         static uint64_t strays(Text);                  // bit i: character i is no symbol
 //         static bool has_padding(Text);
-//         static Text spliced(Text, Text next, size_t first);  // characters from `first` on from
-//         next static void store(Text, uint8_t *out);         // kBytes, of a text without strays
-//         static void decode_rest(Cursor &);             // what decode_clean() promises, for less
-//         text
+//         static Text spliced(Text, Text next, size_t first);    // from `first` on those of next
+//         static void store(Text, uint8_t *out);         // kBytes, of a text without strays
+//         static void decode_rest(Cursor &);             // decode_clean(), for less than a block
 //     };
 #pragma once
 
