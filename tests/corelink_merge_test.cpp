@@ -444,7 +444,6 @@ TEST(CorelinkMerge, ReportsANullEntryInTheTargetList)
 
 TEST(CorelinkMerge, ChargesTheTextsThatItCopies)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     static clparse_head *target, *source;
     const auto merged = [](Operation operation, const char *target_text) {
         target = clparse_start(target_text);
@@ -460,7 +459,6 @@ TEST(CorelinkMerge, ChargesTheTextsThatItCopies)
 
 TEST(CorelinkMerge, LeavesNothingBehind)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::left_behind_by([] {
                   const Tree target("box={aa=1,text=\"old\"},name=\"old\",list=[1]"),
                       source("box={aa=2,text=\"new\",list=[1]},name=7,list=5,more=\"text\"");

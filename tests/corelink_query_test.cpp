@@ -534,7 +534,6 @@ TEST(CorelinkGetPath, ListsManyMembers)
 
 TEST(CorelinkGetPath, IsABlockOfItsExactSizeChargedWhereStringsGrow)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::charge_of([] { return clparse_get_path(Tree("box={aa=1,bb=2}"), "box"); }),
               "vn_vaasprintf LINE:43, Size:14");
     EXPECT_THAT(test::charge_of([] { return clparse_get_path(Tree(), "none"); }),
@@ -545,7 +544,6 @@ TEST(CorelinkGetPath, IsABlockOfItsExactSizeChargedWhereStringsGrow)
 
 TEST(CorelinkGetters, LeaveNothingBehindButTheCopyOfAText)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::left_behind_by([] {
                   const Tree tree("box={aa=1,bb=\"text\",cc=true}");
                   const std::string long_path = "box." + std::string(1000, 'x');
@@ -562,7 +560,6 @@ TEST(CorelinkGetters, LeaveNothingBehindButTheCopyOfAText)
 
 TEST(CorelinkGetString, ChargesTheCopyToItself)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_THAT(test::charge_of([] {
                     char *text = nullptr;
                     clparse_get_string(Tree("aa=\"text\""), &text, "aa");

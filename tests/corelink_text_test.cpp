@@ -326,7 +326,6 @@ TEST(CorelinkPaths, NamesMembersThatAnInsertSharesByTheTreeBeingWritten)
 
 TEST(CorelinkText, IsABlockOfItsExactSizeChargedWhereStringsGrow)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     const auto text_in = [](unsigned char path_mode, const char *source) {
         char *text = nullptr;
         clparse_get_corelink(Tree(source), &text, path_mode);
@@ -343,7 +342,6 @@ TEST(CorelinkText, IsABlockOfItsExactSizeChargedWhereStringsGrow)
 
 TEST(CorelinkText, IsChargedToItsWriterWhenNothingWasAppended)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::charge_of([] {
                   char *text = nullptr;
                   clparse_get_corelink(Tree(), &text, 0);
@@ -354,7 +352,6 @@ TEST(CorelinkText, IsChargedToItsWriterWhenNothingWasAppended)
 
 TEST(CorelinkText, LeavesNothingBehindButTheText)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::left_behind_by([] {
                   const Tree tree("box={aa=\"say\",list=[1,2]}");
                   text_of(tree);

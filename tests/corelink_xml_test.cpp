@@ -217,7 +217,6 @@ TEST(CorelinkXml, RefusesNullArguments)
 
 TEST(CorelinkXml, IsABlockOfItsExactSizeChargedWhereStringsGrow)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::charge_of([] {
                   char *xml = nullptr;
                   clparse_get_xml(Tree(), &xml, kCompact);
@@ -236,7 +235,6 @@ TEST(CorelinkXml, IsABlockOfItsExactSizeChargedWhereStringsGrow)
 
 TEST(CorelinkXml, LeavesNothingBehindButTheText)
 {
-    SKIP_IF_TRACKED_TREES_ARE_MISALIGNED();
     EXPECT_EQ(test::left_behind_by([] {
                   const Tree tree("box={aa=\"<text>\",list=[1,2]}");
                   xml_of(tree, kPretty);

@@ -6,19 +6,8 @@
 #include <string>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include "support/capture.h"
 #include "vnlib/memcheck.h"
-
-// The tracker puts a block four bytes behind the allocator's address. Processors of the appliance
-// do not mind, but the checks for alignment of a sanitizer build end the process there.
-#if defined(__SANITIZE_ADDRESS__)
-#define SKIP_IF_TRACKED_TREES_ARE_MISALIGNED()                                                     \
-    GTEST_SKIP() << "tracked trees are not aligned for this build's checks"
-#else
-#define SKIP_IF_TRACKED_TREES_ARE_MISALIGNED() static_cast<void>(0)
-#endif
 
 namespace test {
 
