@@ -53,6 +53,7 @@ int main(void)
     CHECK(yylex(&value, scanner) == 0);
     CHECK(yy_scan_buffer(buffer, 1, scanner) == NULL);
     CHECK(yy_scan_buffer(buffer, sizeof buffer, scanner) != NULL);
+    yy_delete_buffer(first, scanner);
     CHECK(yylex(&value, scanner) == 258);
     drop(&value);
 
