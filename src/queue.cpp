@@ -12,6 +12,7 @@
 #include "vnlib/queue.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -75,6 +76,15 @@ q_element *new_element(void *data)
     auto *const element = static_cast<q_element *>(std::malloc(sizeof(q_element)));
     if (element != nullptr) *element = {nullptr, nullptr, data};
     return element;
+}
+
+// What a function answers to an argument that it cannot work with. Cold, so that the usual way
+// through q_refer_element() saves no registers for it.
+template <typename Failure>
+[[gnu::cold, gnu::noinline]] Failure invalid(Failure failure)
+{
+    errno = EINVAL;
+    return failure;
 }
 
 // --- places in a queue ---------------------------------------------------------------------------
@@ -141,6 +151,7 @@ q_queue *allocate_queue(uint32_t slots)
     size_t bytes;
     if (__builtin_mul_overflow(slots, sizeof(void *), &bytes) ||
         __builtin_add_overflow(bytes, sizeof(q_queue), &bytes)) {
+        errno = ENOMEM;
         return nullptr;
     }
     return static_cast<q_queue *>(std::calloc(1, bytes));
@@ -192,7 +203,8 @@ extern "C" {
 q_queue *q_init(unsigned slots, unsigned lists, q_match_fn match, q_release_fn release,
                 q_clean_fn clean, q_filter_fn filter)
 {
-    if (slots == 0 || match == nullptr || (release == nullptr && clean == nullptr)) return nullptr;
+    if (slots == 0 || match == nullptr || (release == nullptr && clean == nullptr))
+        return invalid(nullptr);
     q_queue *const queue = allocate_queue(slots);
     if (queue == nullptr) return nullptr;
     if (!allocate_heads(*queue, lists)) {
@@ -209,7 +221,7 @@ q_queue *q_init(unsigned slots, unsigned lists, q_match_fn match, q_release_fn r
 
 int q_exit(q_queue *queue, void *arg)
 {
-    if (queue == nullptr) return -1;
+    if (queue == nullptr) return invalid(-1);
     exit_slots(*queue, arg);
     for (q_element &head : heads_of(*queue)) exit_list(*queue, head, arg);
     for (const q_element &head : heads_of(*queue)) cut_loose(head);
@@ -222,7 +234,7 @@ int q_exit(q_queue *queue, void *arg)
 
 q_element *q_add_queue(q_queue *queue, void *data, uintptr_t key, void *arg)
 {
-    if (queue == nullptr) return nullptr;
+    if (queue == nullptr) return invalid(nullptr);
     q_element *&slot = slot_of(*queue, key);
     if (slot != nullptr || refuses(*queue, data, arg, UINT_MAX)) return nullptr;
     if (slot != nullptr) return nullptr; // filled by the filter
@@ -232,7 +244,8 @@ q_element *q_add_queue(q_queue *queue, void *data, uintptr_t key, void *arg)
 q_element *q_add_list(q_queue *queue, void *data, unsigned list, void *arg)
 {
     q_element *const head = head_of(queue, list);
-    if (head == nullptr || refuses(*queue, data, arg, list)) return nullptr;
+    if (head == nullptr) return invalid(nullptr);
+    if (refuses(*queue, data, arg, list)) return nullptr;
     q_element *const element = new_element(data);
     if (element != nullptr) append(*head, *element);
     return element;
@@ -241,7 +254,7 @@ q_element *q_add_list(q_queue *queue, void *data, unsigned list, void *arg)
 int q_q2l(q_queue *queue, unsigned list, uintptr_t key)
 {
     q_element *const head = head_of(queue, list);
-    if (head == nullptr) return -1;
+    if (head == nullptr) return invalid(-1);
     q_element *&slot = slot_of(*queue, key);
     if (slot == nullptr) return -1;
     append(*head, *slot);
@@ -253,7 +266,7 @@ int q_l2l(q_queue *queue, unsigned from, unsigned to, uintptr_t key)
 {
     q_element *const source = head_of(queue, from);
     q_element *const target = head_of(queue, to);
-    if (source == nullptr || target == nullptr) return -1;
+    if (source == nullptr || target == nullptr) return invalid(-1);
     q_element *const element = first_match(*queue, *source, key);
     if (element == nullptr) return -1;
     unlink(*element);
@@ -265,7 +278,7 @@ int q_l2l(q_queue *queue, unsigned from, unsigned to, uintptr_t key)
 
 q_element *q_refer_element(q_queue *queue, uintptr_t key, unsigned flags)
 {
-    if (queue == nullptr) return nullptr;
+    if (queue == nullptr) return invalid(nullptr);
     if ((flags & Q_REFER_NO_SLOT) == 0) {
         q_element *const element = slot_of(*queue, key);
         if (element != nullptr &&
@@ -284,7 +297,7 @@ void *q_refer(q_queue *queue, uintptr_t key, unsigned flags)
 q_element *q_refer_list_element(q_queue *queue, unsigned list, uintptr_t key)
 {
     q_element *const head = head_of(queue, list);
-    return head != nullptr ? first_match(*queue, *head, key) : nullptr;
+    return head != nullptr ? first_match(*queue, *head, key) : invalid<q_element *>(nullptr);
 }
 
 void *q_refer_list(q_queue *queue, unsigned list, uintptr_t key)
@@ -296,7 +309,7 @@ void *q_refer_list(q_queue *queue, unsigned list, uintptr_t key)
 
 int q_work_queue(q_queue *queue, q_work_fn work, void *arg)
 {
-    if (queue == nullptr || work == nullptr) return -1;
+    if (queue == nullptr || work == nullptr) return invalid(-1);
     int all = 0;
     for (q_element *const element : slots_of(*queue)) all |= work(queue, element, arg);
     return all;
@@ -305,7 +318,7 @@ int q_work_queue(q_queue *queue, q_work_fn work, void *arg)
 int q_work_list(q_queue *queue, unsigned list, q_work_fn work, void *arg)
 {
     q_element *const head = head_of(queue, list);
-    if (head == nullptr || work == nullptr) return -1;
+    if (head == nullptr || work == nullptr) return invalid(-1);
     int all = 0;
     for (const q_element &element : FrontToBack(*head)) all |= work(queue, element.data, arg);
     return all;
@@ -313,7 +326,7 @@ int q_work_list(q_queue *queue, unsigned list, q_work_fn work, void *arg)
 
 int q_work_all(q_queue *queue, q_work_fn work, void *arg)
 {
-    if (queue == nullptr) return -1;
+    if (queue == nullptr) return invalid(-1);
     int all = q_work_queue(queue, work, arg);
     for (unsigned list = 0; list < queue->list_count; ++list)
         all |= q_work_list(queue, list, work, arg);
@@ -362,7 +375,7 @@ void q_dump_list(q_queue *queue, unsigned list, q_dump_list_fn dump, void *arg)
 
 int q_delete_queue(q_queue *queue, q_select_fn select, void *select_arg, void *release_arg)
 {
-    if (queue == nullptr || select == nullptr || queue->release == nullptr) return -1;
+    if (queue == nullptr || select == nullptr || queue->release == nullptr) return invalid(-1);
     for (q_element *&slot : slots_of(*queue)) {
         const q_element *const element = slot;
         if (element == nullptr) continue;
@@ -379,7 +392,7 @@ int q_delete_list(q_queue *queue, unsigned list, q_select_fn select, void *selec
                   void *release_arg)
 {
     q_element *const head = head_of(queue, list);
-    if (head == nullptr || select == nullptr || queue->release == nullptr) return -1;
+    if (head == nullptr || select == nullptr || queue->release == nullptr) return invalid(-1);
     int answer = 0;
     for (q_element &element : FrontToBack(*head)) {
         void *const data = element.data;
@@ -404,7 +417,7 @@ int q_delete(q_queue *queue, q_select_fn select, void *select_arg, void *release
 
 int q_clean_queue(q_queue *queue, void *arg)
 {
-    if (queue == nullptr || queue->clean == nullptr) return -1;
+    if (queue == nullptr || queue->clean == nullptr) return invalid(-1);
     unsigned count = 0; // unsigned: the callback's numbers may add up to anything
     for (q_element *&slot : slots_of(*queue)) {
         const int cleaned = queue->clean(slot, arg);
@@ -419,7 +432,7 @@ int q_clean_queue(q_queue *queue, void *arg)
 int q_clean_list(q_queue *queue, unsigned list, void *arg)
 {
     q_element *const head = head_of(queue, list);
-    if (head == nullptr || queue->clean == nullptr) return -1;
+    if (head == nullptr || queue->clean == nullptr) return invalid(-1);
     unsigned count = 0;
     for (q_element &element : BackToFront(*head)) {
         const int cleaned = queue->clean(element.data, arg);

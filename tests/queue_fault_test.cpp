@@ -68,7 +68,9 @@ TEST(QueueFault, NothingButAddingAllocates)
 TEST(QueueFault, RefusesMoreSlotsThanASizeCanCount)
 {
     const fault::FailAllocations plan(1);
+    errno = 0;
     EXPECT_EQ(q_init(UINT32_MAX, 0, match, give_up, nullptr, nullptr), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(plan.seen(), sizeof(size_t) == 4 ? 0u : 1u);
 }
 

@@ -3,6 +3,7 @@
 #include "vnlib/queue.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -179,6 +180,7 @@ class QueueCount : public QueueTest {};
 class QueueDump : public QueueTest {};
 class QueueDelete : public QueueTest {};
 class QueueClean : public QueueTest {};
+class QueueErrno : public QueueTest {};
 class QueueExit : public QueueTest {};
 
 // --- q_init --------------------------------------------------------------------------------------
@@ -994,6 +996,59 @@ TEST_F(QueueClean, EverywhereWithoutListsReturnsTheSlotsResult)
 {
     start(5, 0);
     EXPECT_EQ(q_clean(queue, nullptr), 5);
+}
+
+// --- refusals ------------------------------------------------------------------------------------
+
+TEST_F(QueueErrno, IsInvalidForEveryRefusedArgument)
+{
+    const auto errno_of = [](auto &&call) {
+        errno = 0;
+        call();
+        return errno;
+    };
+    queue = q_init(1, 1, match, release, nullptr, nullptr);
+    q_queue *const releasing = queue;
+    const std::vector<std::function<void()>> refused = {
+        [] { q_init(0, 1, match, release, clean, nullptr); },
+        [] { q_init(1, 1, nullptr, release, clean, nullptr); },
+        [] { q_init(1, 1, match, nullptr, nullptr, nullptr); },
+        [] { q_exit(nullptr, nullptr); },
+        [] { q_add_queue(nullptr, item(1), 0, nullptr); },
+        [] { q_add_list(nullptr, item(1), 0, nullptr); },
+        [&] { q_add_list(releasing, item(1), 1, nullptr); },
+        [] { q_q2l(nullptr, 0, 0); },
+        [&] { q_q2l(releasing, 1, 0); },
+        [&] { q_l2l(releasing, 0, 1, 0); },
+        [&] { q_l2l(releasing, 1, 0, 0); },
+        [] { q_refer_element(nullptr, 0, 0); },
+        [] { q_refer(nullptr, 0, 0); },
+        [&] { q_refer_list_element(releasing, 1, 0); },
+        [] { q_refer_list(nullptr, 0, 0); },
+        [&] { q_work_queue(releasing, nullptr, nullptr); },
+        [&] { q_work_list(releasing, 1, work, nullptr); },
+        [] { q_work_all(nullptr, work, nullptr); },
+        [&] { q_delete_queue(releasing, nullptr, nullptr, nullptr); },
+        [&] { q_delete_list(releasing, 1, selects, nullptr, nullptr); },
+        [] { q_delete(nullptr, selects, nullptr, nullptr); },
+        [&] { q_clean_queue(releasing, nullptr); },
+        [] { q_clean_list(nullptr, 0, nullptr); },
+        [&] { q_clean(releasing, nullptr); },
+    };
+    for (size_t i = 0; i < refused.size(); ++i) EXPECT_EQ(errno_of(refused[i]), EINVAL) << i;
+    EXPECT_EQ(calls, Strings());
+}
+
+TEST_F(QueueErrno, IsLeftAloneByOtherAnswers)
+{
+    start(1, 1);
+    errno = 0;
+    EXPECT_EQ(q_q2l(queue, 0, 0), -1);
+    EXPECT_EQ(q_l2l(queue, 0, 0, 1), -1);
+    EXPECT_EQ(q_refer(queue, 1, 0), nullptr);
+    EXPECT_NE(q_add_queue(queue, item(1), 0, nullptr), nullptr);
+    EXPECT_EQ(q_add_queue(queue, item(2), 0, nullptr), nullptr);
+    EXPECT_EQ(errno, 0);
 }
 
 // --- q_exit --------------------------------------------------------------------------------------

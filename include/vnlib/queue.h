@@ -16,8 +16,10 @@
  * called with out of its place, by moving it or by deleting it, but no other element of the list
  * being walked. Having deleted it, it must not answer that the element be freed. It must not call
  * q_exit().
- * Failures: null pointers and indexes out of range are refused with the failure result that each
- * function states. When memory runs out errno is ENOMEM.
+ * Failures: null pointers, missing callbacks and indexes out of range are refused with the failure
+ * result that each function states, and with errno EINVAL where that is null or -1. When memory
+ * runs out errno is ENOMEM. An empty or an occupied slot, a filter's refusal and a search without a
+ * match leave errno alone.
  */
 #ifndef VNLIB_QUEUE_H
 #define VNLIB_QUEUE_H
