@@ -185,7 +185,7 @@ TEST(CorelinkLex, TakesTheLargestNumberForAllThatAreLarger)
 
 TEST(CorelinkLex, ReadsNumbersAsStrtoullDoes)
 {
-    std::mt19937_64 random(1);
+    std::mt19937 random(1);
     for (int i = 0; i < 500; ++i) {
         const bool hex = random() % 2 == 0;
         std::string text = hex ? "0x" : "";

@@ -304,24 +304,39 @@ TEST(CorelinkRefuses, NamingTheParent)
     EXPECT_EQ(complaint_about("outer={inner=1},x"), failed("head"));
 }
 
+// Nested levels, and the most of them that the parser's 10,000 symbols hold.
+std::string arrays(size_t levels)
+{
+    return "ab=" + std::string(levels, '[') + "1" + std::string(levels, ']');
+}
+std::string structs(size_t levels)
+{
+    return "ab=" + repeated("{cd=", levels) + "1" + std::string(levels, '}');
+}
+std::string dotted(size_t levels)
+{
+    return repeated("ab.", levels) + "cd=1";
+}
+constexpr size_t kMostArrays = 9994, kMostStructs = 3331, kMostDots = 9995;
+
 TEST(CorelinkRefuses, TextsDeeperThanTheParsersStack)
 {
-    EXPECT_EQ(complaint_about("ab=" + std::string(10'000, '[') + "1" + std::string(10'000, ']')),
-              failed("NULL", 2, "memory exhausted"));
-    EXPECT_EQ(complaint_about("ab=" + repeated("{cd=", 10'000) + "1" + std::string(10'000, '}')),
-              failed("NULL", 2, "memory exhausted"));
-    EXPECT_EQ(complaint_about(repeated("ab.", 10'001) + "cd=1"),
-              failed("ab", 2, "memory exhausted"));
+    for (const size_t more : {1, 1000}) {
+        EXPECT_EQ(complaint_about(arrays(kMostArrays + more)),
+                  failed("NULL", 2, "memory exhausted"));
+        EXPECT_EQ(complaint_about(structs(kMostStructs + more)),
+                  failed("NULL", 2, "memory exhausted"));
+        EXPECT_EQ(complaint_about(dotted(kMostDots + more)), failed("ab", 2, "memory exhausted"));
+    }
 }
 
 TEST(CorelinkRefuses, NothingThatFitsTheParsersStack)
 {
-    const Tree arrays = parse("ab=" + std::string(9900, '[') + "1" + std::string(9900, ']'));
-    EXPECT_NE(arrays, nullptr);
-    const Tree structs = parse("ab=" + repeated("{cd=", 3000) + "1" + std::string(3000, '}'));
-    EXPECT_NE(structs, nullptr);
-    const Tree dotted = parse(repeated("ab.", 9900) + "cd=1");
-    EXPECT_NE(dotted, nullptr);
+    for (const std::string &text :
+         {arrays(kMostArrays), structs(kMostStructs), dotted(kMostDots)}) {
+        const Tree tree = parse(text);
+        EXPECT_NE(tree, nullptr);
+    }
 }
 
 TEST(CorelinkHostile, RandomBytesAreTakenOrRefused)
