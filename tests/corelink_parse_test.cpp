@@ -321,7 +321,7 @@ constexpr size_t kMostArrays = 9994, kMostStructs = 3331, kMostDots = 9995;
 
 TEST(CorelinkRefuses, TextsDeeperThanTheParsersStack)
 {
-    for (const size_t more : {1, 1000}) {
+    for (const size_t more : {1u, 1000u}) {
         EXPECT_EQ(complaint_about(arrays(kMostArrays + more)),
                   failed("NULL", 2, "memory exhausted"));
         EXPECT_EQ(complaint_about(structs(kMostStructs + more)),
