@@ -297,8 +297,9 @@ VN_API int cl_cat_array_element(char **text, size_t capacity, const char *format
  * first. A source function node that yields nothing is passed over. A target one, and a null link in
  * a target list, are reported on the log (level 3) and end the search without a match.
  *
- * All three return 0, or -1 as above and when memory is short or the target's root has no child
- * list; what was merged by then stays. Source and target may be the same tree and may share parts.
+ * All three return 0, or -1 as above and when memory is short, the target's root has no child list,
+ * or an insert would put a list of children below itself; what was merged by then stays. Source and
+ * target may be the same tree, which then is merged as it was before, and may share parts.
  * Time is linear in both trees, as long as no level of a thousand children or more holds function
  * nodes. Nothing recurses.
  */
