@@ -20,7 +20,7 @@ Version version()
     if (cpu::has(cpu::kVbmi)) return {encode_run_vbmi, encode_lines_vbmi, decode_clean_vbmi};
     if (cpu::has(cpu::kAvx2)) return {encode_run_avx2, encode_lines_avx2, decode_clean_avx2};
     if (cpu::has(cpu::kSsse3)) return {encode_run_ssse3, encode_lines_ssse3, decode_clean_ssse3};
-#elif VN_CPU_AARCH64
+#elif VN_CPU_ARM && defined(__aarch64__)
     if (cpu::has(cpu::kNeon)) return {encode_run_neon, encode_lines_neon, decode_clean_neon};
 #endif
     return {encode_run_portable, encode_lines_portable, decode_clean_portable};

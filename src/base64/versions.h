@@ -74,7 +74,7 @@ void decode_clean_avx2(Cursor &cursor);
 void encode_run_vbmi(const uint8_t *in, size_t length, char *out);
 void encode_lines_vbmi(const uint8_t *in, size_t lines, char *out);
 void decode_clean_vbmi(Cursor &cursor);
-#elif VN_CPU_AARCH64
+#elif VN_CPU_ARM && defined(__aarch64__)
 void encode_run_neon(const uint8_t *in, size_t length, char *out);
 void encode_lines_neon(const uint8_t *in, size_t lines, char *out);
 void decode_clean_neon(Cursor &cursor);

@@ -16,7 +16,7 @@ uint32_t extend_portable(uint32_t state, const uint8_t *data, size_t length);
 #if VN_CPU_X86
 uint32_t extend_sse42(uint32_t state, const uint8_t *data, size_t length);
 uint32_t extend_avx512(uint32_t state, const uint8_t *data, size_t length);
-#elif VN_CPU_AARCH64
+#elif VN_CPU_ARM
 uint32_t extend_arm(uint32_t state, const uint8_t *data, size_t length);
 #endif
 
@@ -26,7 +26,7 @@ inline uint32_t extend(uint32_t state, const uint8_t *data, size_t length)
 #if VN_CPU_X86
     if (cpu::has(cpu::kWideClmul)) return extend_avx512(state, data, length);
     if (cpu::has(cpu::kCrc32)) return extend_sse42(state, data, length);
-#elif VN_CPU_AARCH64
+#elif VN_CPU_ARM
     if (cpu::has(cpu::kCrc32)) return extend_arm(state, data, length);
 #endif
     return extend_portable(state, data, length);

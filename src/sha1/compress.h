@@ -21,7 +21,7 @@ void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count);
 #if VN_CPU_X86
 void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count);
 #endif
-#if VN_CPU_AARCH64
+#if VN_CPU_ARM_SHA
 void compress_arm(uint32_t *state, const uint8_t *blocks, size_t count);
 #endif
 
@@ -31,7 +31,7 @@ inline void compress(uint32_t *state, const uint8_t *blocks, size_t count)
 #if VN_CPU_X86
     if (cpu::has(cpu::kSha1)) return compress_sha_ni(state, blocks, count);
 #endif
-#if VN_CPU_AARCH64
+#if VN_CPU_ARM_SHA
     if (cpu::has(cpu::kSha1)) return compress_arm(state, blocks, count);
 #endif
     compress_portable(state, blocks, count);

@@ -5,8 +5,10 @@
 
 #if VN_CPU_X86
 #include <cpuid.h>
-#elif VN_CPU_AARCH64
+#elif VN_CPU_ARM
 #include <sys/auxv.h>
+
+#include "support/errno_guard.h"
 #endif
 
 namespace vn::cpu {
@@ -63,19 +65,29 @@ uint32_t find()
     return found;
 }
 
-#elif VN_CPU_AARCH64
+#elif VN_CPU_ARM
+
+// Where the kernel keeps the features' bits; its names for them are missing from some C libraries.
+#if defined(__aarch64__)
+constexpr unsigned long kWord = AT_HWCAP;
+constexpr unsigned kSha1Bit = 5;
+constexpr uint32_t kAlways = kNeon;
+#else
+constexpr unsigned long kWord = AT_HWCAP2;
+constexpr unsigned kSha1Bit = 2;
+constexpr uint32_t kAlways = kNothing;
+#endif
+constexpr unsigned kSha256Bit = kSha1Bit + 1;
+constexpr unsigned kCrc32Bit = kSha1Bit + 2;
 
 uint32_t find()
 {
-    // The kernel's names for these bits are missing from some C libraries' headers.
-    constexpr unsigned long kHwcapSha1 = 1ul << 5;
-    constexpr unsigned long kHwcapSha2 = 1ul << 6;
-    constexpr unsigned long kHwcapCrc32 = 1ul << 7;
-    const unsigned long hwcap = getauxval(AT_HWCAP);
-    uint32_t found = kNeon;
-    if ((hwcap & kHwcapCrc32) != 0) found |= kCrc32;
-    if ((hwcap & kHwcapSha1) != 0) found |= kSha1;
-    if ((hwcap & kHwcapSha2) != 0) found |= kSha256;
+    const ErrnoGuard keep; // an old kernel does not know the word
+    const unsigned long word = getauxval(kWord);
+    uint32_t found = kAlways;
+    if ((word >> kCrc32Bit & 1) != 0) found |= kCrc32;
+    if ((word >> kSha1Bit & 1) != 0) found |= kSha1;
+    if ((word >> kSha256Bit & 1) != 0) found |= kSha256;
     return found;
 }
 

@@ -18,11 +18,18 @@
 #define VN_CPU_X86 0
 #endif
 
-#if defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ &&                           \
-    !defined(VNLIB_PORTABLE_ONLY)
-#define VN_CPU_AARCH64 1
+#if (defined(__aarch64__) || (defined(__arm__) && __ARM_ARCH >= 7)) &&                             \
+    __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ && !defined(VNLIB_PORTABLE_ONLY)
+#define VN_CPU_ARM 1
 #else
-#define VN_CPU_AARCH64 0
+#define VN_CPU_ARM 0
+#endif
+
+// Clang before 16 has the SHA intrinsics only where they are switched on for everything.
+#if VN_CPU_ARM && (!defined(__clang__) || __clang_major__ >= 16 || defined(__ARM_FEATURE_SHA2))
+#define VN_CPU_ARM_SHA 1
+#else
+#define VN_CPU_ARM_SHA 0
 #endif
 
 namespace vn::cpu {
@@ -37,7 +44,7 @@ enum Feature : uint32_t {
     kSsse3 = 1u << 4,     // x86
     kAvx2 = 1u << 5,      // x86
     kVbmi = 1u << 6,      // x86: AVX-512 (F, BW, DQ, VL) and VBMI
-    kNeon = 1u << 7,      // ARM
+    kNeon = 1u << 7,      // AArch64
     kEverything = 0x7FFF'FFFFu
 };
 

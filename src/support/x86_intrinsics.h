@@ -1,5 +1,5 @@
-// x86_intrinsics.h - <immintrin.h>, whose "undefined" registers GCC 12 takes for mistakes of ours as
-// soon as it optimises (GCC bug 105593).
+// x86_intrinsics.h - <immintrin.h>, whose "undefined" registers GCC 12 takes for mistakes of ours
+// as soon as it optimises (GCC bug 105593).
 #pragma once
 
 #if defined(__GNUC__) && !defined(__clang__)
