@@ -61,6 +61,8 @@ int main(int argc, char **argv)
 {
     bench::add("base32-encode/vnlib", encode);
     bench::add("base32-decode/vnlib", decode);
+    bench::add("base32-encode/vnlib-portable", encode, vn::cpu::kNothing);
+    bench::add("base32-decode/vnlib-portable", decode, vn::cpu::kNothing);
 #ifdef VN_BENCH_APR
     bench::add("base32-encode/apr", apr_encode);
     bench::add("base32-decode/apr", apr_decode);

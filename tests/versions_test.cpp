@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/buffers.h"
+#include "vnlib/base32.h"
 #include "vnlib/base64.h"
 #include "vnlib/crc32c.h"
 #include "vnlib/sha1.h"
@@ -70,6 +71,7 @@ std::vector<Version> here(std::vector<Version> versions)
 // Each test runs once for each version.
 class Crc32cVersions : public testing::TestWithParam<Version> {};
 class DigestVersions : public testing::TestWithParam<Version> {};
+class Base32Versions : public testing::TestWithParam<Version> {};
 class Base64Versions : public testing::TestWithParam<Version> {};
 
 TEST(Cpu, GivesEveryThreadTheSameAnswer)
@@ -196,6 +198,69 @@ TEST_P(DigestVersions, AgreeWithThePortableOnesForEveryLengthAndAlignment)
         const Forced version(GetParam().features);
         ASSERT_EQ(digests(), expected) << length;
     }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Base32Versions,
+    testing::ValuesIn(here({{"Portable", cpu::kNothing}, {"Avx2", cpu::kAvx2}})), name_of);
+
+TEST_P(Base32Versions, EncodeLikeThePortableOneBetweenGuardPages)
+{
+    for (const auto edge : {Guarded::kStart, Guarded::kEnd})
+        for (unsigned length = 0; length <= 200; ++length) {
+            const Guarded in(test::random_bytes(length, length + 1), edge);
+            const unsigned room = (length * 8 + 4) / 5 + 2;
+            const auto encode = [&] {
+                const Guarded out(room, edge);
+                return std::string(out.text(),
+                                   base32_encode(in.data(), length, out.text(), room, 3));
+            };
+            const std::string expected = portably(encode);
+            const Forced version(GetParam().features);
+            ASSERT_EQ(encode(), expected) << length;
+        }
+}
+
+TEST_P(Base32Versions, DecodeLikeThePortableOneBetweenGuardPages)
+{
+    std::mt19937 engine(3);
+    for (unsigned round = 0; round < 2000; ++round) {
+        Bytes text(1 + engine() % 300);
+        for (uint8_t &character : text) {
+            const auto any = static_cast<uint8_t>(engine() >> 8);
+            character = round % 2 == 0 ? static_cast<uint8_t>("0123abcdILOUVZ~@"[any % 16]) : any;
+            if (character == 0) character = 1;
+        }
+        const size_t stored = std::max<size_t>(((text.size() - 1) * 5 + 7) / 8, 1);
+        text.push_back(0);
+        const auto edge = round % 4 < 2 ? Guarded::kEnd : Guarded::kStart;
+        const Guarded in(text, edge);
+        const auto decode = [&] {
+            const Guarded out(stored, edge);
+            const int result = base32_decode(in.text(), out.data(), 3);
+            return std::pair(result, Bytes(out.data(), out.data() + stored));
+        };
+        const auto expected = portably(decode);
+        const Forced version(GetParam().features);
+        ASSERT_EQ(decode(), expected);
+    }
+}
+
+TEST_P(Base32Versions, JudgeEveryCharacterAtEveryPlace)
+{
+    for (unsigned code = 1; code < 256; ++code)
+        for (size_t place = 0; place < 32; ++place) {
+            char text[34] = "00000000000000000000000000000000x";
+            text[place] = static_cast<char>(code);
+            const auto decode = [&] {
+                Bytes out(20);
+                base32_decode(text, out.data(), 0);
+                return out;
+            };
+            const Bytes expected = portably(decode);
+            const Forced version(GetParam().features);
+            ASSERT_EQ(decode(), expected) << code << " at " << place;
+        }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Base64Versions,

@@ -33,8 +33,8 @@ consteval std::array<uint8_t, 256> reverse_table()
 {
     std::array<uint8_t, 256> values{};
     values.fill(kNoSymbol);
-    for (uint8_t value = 0; value < kAlphabet.size(); ++value)
-        values[static_cast<uint8_t>(kAlphabet[value])] = value;
+    for (size_t value = 0; value < kAlphabet.size(); ++value)
+        values[static_cast<uint8_t>(kAlphabet[value])] = static_cast<uint8_t>(value);
     values[static_cast<uint8_t>(kPadding)] = kPaddingValue;
     return values;
 }

@@ -2,7 +2,6 @@
 #include "vnlib/sha1.h"
 
 #include "sha1/compress.h"
-#include "support/bytes.h"
 #include "support/digest.h"
 
 namespace vn::sha1 {
@@ -10,18 +9,6 @@ namespace {
 
 constexpr std::array<uint32_t, kStateWords> kInitial = {0x67452301, 0xEFCDAB89, 0x98BADCFE,
                                                         0x10325476, 0xC3D2E1F0};
-
-digest::Length stored_bits(uint64_t bytes)
-{
-    digest::Length stored;
-    bytes::store_big(stored.data(), bytes * 8);
-    return stored;
-}
-
-void store_digest(const uint32_t *state, uint8_t *digest)
-{
-    for (size_t i = 0; i < kStateWords; ++i) bytes::store_big(digest + 4 * i, state[i]);
-}
 
 // Compresses into the chaining words at `state`.
 auto into(uint32_t *state)
@@ -50,14 +37,14 @@ extern "C" void sha1_append(sha1_ctx *ctx, const uint8_t *data, unsigned len)
 
 extern "C" void sha1_finish(sha1_ctx *ctx, uint8_t digest[20])
 {
-    digest::finish(ctx->block, ctx->pending, stored_bits(ctx->total), into(ctx->state));
-    store_digest(ctx->state, digest);
+    digest::finish(ctx->block, ctx->pending, digest::big_endian_bits(ctx->total), into(ctx->state));
+    digest::store_big_words(ctx->state, digest);
 }
 
 extern "C" void sha1_single(const uint8_t *data, unsigned len, uint8_t digest[20])
 {
     uint32_t state[kStateWords];
     std::copy(kInitial.begin(), kInitial.end(), state);
-    digest::whole(data, len, stored_bits(len), into(state));
-    store_digest(state, digest);
+    digest::whole(data, len, digest::big_endian_bits(len), into(state));
+    digest::store_big_words(state, digest);
 }

@@ -2,7 +2,6 @@
 #include "vnlib/sha256.h"
 
 #include "sha256/compress.h"
-#include "support/bytes.h"
 #include "support/digest.h"
 
 namespace vn::sha256 {
@@ -10,18 +9,6 @@ namespace {
 
 constexpr std::array<uint32_t, kStateWords> kInitial = {
     0x6A09E667, 0xBB67AE85, 0x3C6EF372, 0xA54FF53A, 0x510E527F, 0x9B05688C, 0x1F83D9AB, 0x5BE0CD19};
-
-digest::Length stored_bits(uint64_t bytes)
-{
-    digest::Length stored;
-    bytes::store_big(stored.data(), bytes * 8);
-    return stored;
-}
-
-void store_digest(const uint32_t *state, uint8_t *digest)
-{
-    for (size_t i = 0; i < kStateWords; ++i) bytes::store_big(digest + 4 * i, state[i]);
-}
 
 uint64_t bytes_of(const sha256_ctx &ctx)
 {
@@ -62,14 +49,15 @@ extern "C" void sha256_append(sha256_ctx *ctx, const uint8_t *data, unsigned len
 
 extern "C" void sha256_finish(sha256_ctx *ctx, uint8_t digest[32])
 {
-    digest::finish(ctx->block, ctx->pending, stored_bits(bytes_of(*ctx)), into(ctx->state));
-    store_digest(ctx->state, digest);
+    digest::finish(ctx->block, ctx->pending, digest::big_endian_bits(bytes_of(*ctx)),
+                   into(ctx->state));
+    digest::store_big_words(ctx->state, digest);
 }
 
 extern "C" void sha256_single(const uint8_t *data, unsigned len, uint8_t digest[32])
 {
     uint32_t state[kStateWords];
     std::copy(kInitial.begin(), kInitial.end(), state);
-    digest::whole(data, len, stored_bits(len), into(state));
-    store_digest(state, digest);
+    digest::whole(data, len, digest::big_endian_bits(len), into(state));
+    digest::store_big_words(state, digest);
 }

@@ -13,12 +13,30 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
+
+#include "support/bytes.h"
 
 namespace vn::digest {
 
 constexpr size_t kBlockSize = 64;
 constexpr size_t kLengthSize = 8;
 using Length = std::array<uint8_t, kLengthSize>;
+
+// The length of a message of `bytes` bytes as SHA-1 and SHA-256 store it.
+inline Length big_endian_bits(uint64_t bytes)
+{
+    Length stored;
+    bytes::store_big(stored.data(), bytes * 8);
+    return stored;
+}
+
+// The digest of SHA-1 and SHA-256: the chaining words one after the other.
+template <size_t kWords>
+inline void store_big_words(const uint32_t (&state)[kWords], uint8_t *digest)
+{
+    for (size_t i = 0; i < kWords; ++i) bytes::store_big(digest + 4 * i, state[i]);
+}
 
 // Takes `length` bytes in, after the `pending` bytes that wait in `buffer`. Whole blocks are
 // compressed where they lie. Returns how many bytes wait in `buffer` now.
@@ -59,6 +77,22 @@ inline void finish(uint8_t *buffer, size_t pending, const Length &bits, Compress
     compress(buffer, size_t{1});
 }
 
+// Copies fewer than 64 bytes, in two pieces that may overlap: a call would cost more.
+inline void copy_short(uint8_t *to, const uint8_t *from, size_t length)
+{
+    const auto both_ends = [=]<size_t kSize>(std::integral_constant<size_t, kSize>) {
+        std::array<uint8_t, kSize> last;
+        std::memcpy(last.data(), from + length - kSize, kSize);
+        std::memcpy(to, from, kSize);
+        std::memcpy(to + length - kSize, last.data(), kSize);
+    };
+    if (length >= 32) return both_ends(std::integral_constant<size_t, 32>{});
+    if (length >= 16) return both_ends(std::integral_constant<size_t, 16>{});
+    if (length >= 8) return both_ends(std::integral_constant<size_t, 8>{});
+    if (length >= 4) return both_ends(std::integral_constant<size_t, 4>{});
+    for (size_t i = 0; i < length; ++i) to[i] = from[i];
+}
+
 // Takes in a whole message at once, from the first block to the last: no context, no copying but of
 // the last bytes.
 template <typename Compress>
@@ -67,10 +101,12 @@ inline void whole(const uint8_t *data, size_t length, const Length &bits, Compre
     const size_t blocks = length / kBlockSize;
     if (blocks != 0) compress(data, blocks);
     const size_t rest = length % kBlockSize;
-    uint8_t last[2 * kBlockSize] = {};
-    if (rest != 0) std::memcpy(last, data + blocks * kBlockSize, rest);
-    last[rest] = 0x80;
     const size_t last_blocks = rest < kBlockSize - kLengthSize ? 1 : 2;
+    uint8_t last[2 * kBlockSize];
+    std::memset(last, 0, kBlockSize);
+    if (last_blocks == 2) std::memset(last + kBlockSize, 0, kBlockSize);
+    copy_short(last, data + blocks * kBlockSize, rest);
+    last[rest] = 0x80;
     std::memcpy(last + last_blocks * kBlockSize - kLengthSize, bits.data(), kLengthSize);
     compress(last, last_blocks);
 }
