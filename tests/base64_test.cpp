@@ -155,8 +155,8 @@ TEST(Base64Encode, EndsEveryFullLineWithALineFeed)
 
 TEST(Base64Encode, CountsPaddingAsPartOfTheLine)
 {
-    EXPECT_EQ(encoded(Bytes(46, 0), true), std::string(62, 'A') + "==\n");
-    EXPECT_EQ(encoded(Bytes(47, 0), true), std::string(63, 'A') + "=\n");
+    EXPECT_EQ(encoded(Bytes(46, 0), true), std::string(62, 'A').append("==\n"));
+    EXPECT_EQ(encoded(Bytes(47, 0), true), std::string(63, 'A').append("=\n"));
 }
 
 TEST(Base64Encode, EncodesEveryLength)

@@ -104,7 +104,7 @@ TEST(Cpu, NeverHasMoreThanTheProcessor)
               all & (cpu::kCrc32 | cpu::kVbmi | cpu::detail::kDetected));
 }
 
-#ifdef __x86_64__
+#if VN_CPU_X86
 TEST(Cpu, KnowsWhatTheCompilerKnows)
 {
     cpu::force(cpu::kEverything);
