@@ -7,7 +7,7 @@ programs=(base32_test base64_test corelink_lex_test corelink_merge_test corelink
   corelink_tree_test corelink_xml_test crc32c_test hash_test iovec_test list_sort_test queue_test
   red_black_tree_test sax_test scsi_test vnstrings_test)
 for program in "${programs[@]}"; do
-  [ -x "$build/tests/$program" ] || { echo "valgrind: no program $program"; exit 1; }
+  [ -x "$build/tests/$program" ] || { echo "no program $program"; exit 1; }
   echo "valgrind: $program"
   valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite,indirect \
     "$build/tests/$program" --gtest_brief=1 --gtest_filter='-*Million*:*Deep*:*Hostile*:*Thread*:*Huge*'
