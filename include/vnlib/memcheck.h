@@ -8,8 +8,8 @@
  *     text = vn_memcheck_realloc(text, 200, "read_config", 61);
  *     vn_memcheck_free(free, text, "config:80");
  *
- * The tracker is off until vn_memcheck_start(): the calls then go straight to the named allocator or
- * free function and cost one test more than it. With the tracker on,
+ * The tracker is off until vn_memcheck_start(): the calls then go straight to the named allocator
+ * or free function and cost one test more than it. With the tracker on,
  *   - each block lies between two marker words, which a thread checks all the time; the first
  *     damaged one ends the process with a message that names the block's site;
  *   - releasing or resizing an address that is no live block ends the process likewise;
@@ -48,12 +48,12 @@ typedef void *(*vn_alloc_fn)(size_t size);
 /* The release that belongs to it, as free and vn_free. */
 typedef void (*vn_free_fn)(void *ptr);
 
-/* The release of memory for device transfer, which wants the length in bytes too, as munmap does. */
+/* Releases memory for device transfer; wants the length in bytes too, as munmap does. */
 typedef int (*vn_dma_free_fn)(void *ptr, size_t length);
 
 /*
- * Allocates `size` bytes, all zero, from the C library; never tracked by itself. The caller releases
- * the block with vn_free or free. Null with errno ENOMEM when there is no memory.
+ * Allocates `size` bytes, all zero, from the C library; never tracked by itself. The caller
+ * releases the block with vn_free or free. Null with errno ENOMEM when there is no memory.
  */
 VN_API void *vn_malloc(size_t size);
 
@@ -64,9 +64,9 @@ VN_API void vn_free(void *ptr);
  * Allocates `size` bytes with `alloc` and records them under `site` and `line`.
  *
  * Tracker on: `alloc` is asked for size + 8 bytes, the marker 0xDEADBEAF (in the processor's byte
- * order) is stored in the first four and right behind the last byte of the caller's, and the display
- * counts one allocation more. Sites are told apart by their text. With a null site the allocation is
- * counted, but the block is neither recorded nor handed out: the result is null.
+ * order) is stored in the first four and right behind the last byte of the caller's, and the
+ * display counts one allocation more. Sites are told apart by their text. With a null site the
+ * allocation is counted, but the block is neither recorded nor handed out: the result is null.
  *
  * Result: the caller's bytes, to be released with vn_memcheck_free; null when there is no memory
  * (nothing is recorded or counted then) or with a null site and the tracker on.
@@ -110,16 +110,16 @@ VN_API void *vn_memcheck_realloc(void *ptr, size_t size, const char *site, unsig
 VN_API void *vn_dmacheck_malloc(vn_alloc_fn alloc, size_t size, const char *site);
 
 /*
- * Releases a block of vn_dmacheck_malloc: calls `release` with the block and `length` (bytes, passed
- * on unchecked) and returns its result. Tracker on: an unknown `ptr` ends the process as in
+ * Releases a block of vn_dmacheck_malloc: calls `release` with the block and `length` (bytes,
+ * passed on unchecked) and returns its result. Tracker on: an unknown `ptr` ends the process as in
  * vn_memcheck_free.
  */
 VN_API int vn_dma_free(vn_dma_free_fn release, void *ptr, size_t length, const char *site);
 
 /*
- * Starts tracking, clears the screen and starts the checker thread. A second start begins with fresh
- * books: blocks recorded before are unknown to it. When the thread cannot be created, a line on
- * standard output says so, and blocks are tracked without being checked or shown.
+ * Starts tracking, clears the screen and starts the checker thread. A second start begins with
+ * fresh books: blocks recorded before are unknown to it. When the thread cannot be created, a line
+ * on standard output says so, and blocks are tracked without being checked or shown.
  *
  * Result: 0, or -1 when there is no memory (the tracker is off then).
  */
@@ -135,10 +135,10 @@ VN_API int vn_memcheck_start(void);
 VN_API int vn_memcheck_stop(void);
 
 /*
- * Replaces what stands on display line `line` by `text`, or only moves there and back when `text` is
- * null. Line -3 is the top row of the terminal, lines 0 to 29 are the panel, 34 to 44 the debug
- * pane. What the program has printed to stdout meanwhile is flushed right behind the text. Of a text
- * longer than 251 bytes the rest is not shown.
+ * Replaces what stands on display line `line` by `text`, or only moves there and back when `text`
+ * is null. Line -3 is the top row of the terminal, lines 0 to 29 are the panel, 34 to 44 the debug
+ * pane. What the program has printed to stdout meanwhile is flushed right behind the text. Of a
+ * text longer than 251 bytes the rest is not shown.
  *
  * Result: 0, or -1 when the tracker was never started (nothing is written then).
  */

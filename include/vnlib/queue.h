@@ -1,8 +1,8 @@
 /*
  * queue.h - a keyed queue with indexed lists.
  *
- *     slots[]   0: item   1: null   2: item ...     one item at most per slot; slot = key % slot_count
- *     lists[]   0: head <-> item <-> item <-> head  any number of items per list, in order of arrival
+ *     slots[]   0: item   1: null   2: item ...     at most one item each; slot = key % slot_count
+ *     lists[]   0: head <-> item <-> item <-> head  any number of items, in order of arrival
  *               1: head <-> head
  *
  * A queue object holds pointers to the caller's data, never the data itself. Items enter a slot or
@@ -31,7 +31,7 @@ VN_BEGIN_DECLS
 struct q_queue;
 struct q_element;
 
-/* --- callbacks that belong to a queue ------------------------------------------------------------ */
+/* --- callbacks that belong to a queue ------------------------------------------------------- */
 
 /* Non-zero when the item is the one that `key` means. */
 typedef int (*q_match_fn)(void *data, uintptr_t key);
@@ -60,7 +60,7 @@ enum { Q_CLEAN_STOP = 2 };
 /* Non-zero refuses a new item. `list` is the list's index, UINT_MAX for a slot. */
 typedef int (*q_filter_fn)(void *data, void *arg, unsigned list);
 
-/* --- callbacks that belong to a call ------------------------------------------------------------- */
+/* --- callbacks that belong to a call -------------------------------------------------------- */
 
 /* Called with the element or null (struct q_element *) for slots, with the data for lists. */
 typedef int (*q_work_fn)(struct q_queue *queue, void *item, void *arg);
@@ -70,12 +70,13 @@ typedef int (*q_select_fn)(void *data, void *arg);
 
 /* `label` is "Elm:" with the slot's index in hexadecimal, at least four digits; it lives for the
  * call. */
-typedef void (*q_dump_queue_fn)(void *data, void *arg, const char *label, struct q_element *element);
+typedef void (*q_dump_queue_fn)(void *data, void *arg, const char *label,
+                                struct q_element *element);
 
 /* `label` is "List " with the list's index in hexadecimal; it lives for the call. */
 typedef void (*q_dump_list_fn)(void *data, void *arg, const char *label);
 
-/* --- records ------------------------------------------------------------------------------------- */
+/* --- records -------------------------------------------------------------------------------- */
 
 /* One item. Both links are null in a slot; in a list they lead around a circle through the head. */
 struct q_element {
@@ -96,7 +97,7 @@ __extension__ struct q_queue {
     struct q_element *slots[]; /* slot_count elements or nulls */
 };
 
-/* --- life of a queue ----------------------------------------------------------------------------- */
+/* --- life of a queue ------------------------------------------------------------------------ */
 
 /*
  * Makes a queue with `slots` slots (at least 1) and `lists` lists (0 for none). `match` must be
@@ -116,7 +117,7 @@ VN_API struct q_queue *q_init(unsigned slots, unsigned lists, q_match_fn match,
  */
 VN_API int q_exit(struct q_queue *queue, void *arg);
 
-/* --- adding and moving --------------------------------------------------------------------------- */
+/* --- adding and moving ---------------------------------------------------------------------- */
 
 /*
  * Puts `data` into the slot of `key`. Returns the new element, or null for a null queue, for an
@@ -142,7 +143,7 @@ VN_API int q_q2l(struct q_queue *queue, unsigned list, uintptr_t key);
  */
 VN_API int q_l2l(struct q_queue *queue, unsigned from, unsigned to, uintptr_t key);
 
-/* --- searching ----------------------------------------------------------------------------------- */
+/* --- searching ------------------------------------------------------------------------------ */
 
 /* Flags of q_refer_element() and q_refer(), to be combined with |. */
 enum q_refer_flag {
@@ -169,7 +170,7 @@ VN_API struct q_element *q_refer_list_element(struct q_queue *queue, unsigned li
 /* As q_refer_list_element(), but returns the item's data. */
 VN_API void *q_refer_list(struct q_queue *queue, unsigned list, uintptr_t key);
 
-/* --- walking ------------------------------------------------------------------------------------- */
+/* --- walking -------------------------------------------------------------------------------- */
 
 /*
  * Calls work(queue, element or null, arg) for every slot in order, empty ones included. Returns all
@@ -198,7 +199,7 @@ VN_API void q_dump_queue(struct q_queue *queue, q_dump_queue_fn dump, void *arg)
 /* Calls dump(data, arg, label) for every item of list `list`, front to back. */
 VN_API void q_dump_list(struct q_queue *queue, unsigned list, q_dump_list_fn dump, void *arg);
 
-/* --- deleting one item --------------------------------------------------------------------------- */
+/* --- deleting one item ---------------------------------------------------------------------- */
 
 /*
  * Offers the occupied slots' items in order to select(data, select_arg) and those selected to the
@@ -224,7 +225,7 @@ VN_API int q_delete_list(struct q_queue *queue, unsigned list, q_select_fn selec
  */
 VN_API int q_delete(struct q_queue *queue, q_select_fn select, void *select_arg, void *release_arg);
 
-/* --- cleaning ------------------------------------------------------------------------------------ */
+/* --- cleaning ------------------------------------------------------------------------------- */
 
 /*
  * Asks the clean callback for every slot in order, empty ones included; unless it stops the walk,

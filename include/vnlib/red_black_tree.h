@@ -34,7 +34,7 @@ struct rb_node {
     uint32_t colour;         /* 1 red, 0 black */
 };
 
-/* --- the map ------------------------------------------------------------------------------------- */
+/* --- the map -------------------------------------------------------------------------------- */
 
 /*
  * Adds a key with its data to `tree` (null: to a new tree). A key that is there already keeps its
@@ -105,7 +105,7 @@ VN_API int work_treenode_locked(struct rb_node **tree, rb_work_fn work, void *ar
  */
 VN_API int rb_destroy_tree(struct rb_node **tree, void (*release)(void *data));
 
-/* --- plain search trees -------------------------------------------------------------------------- */
+/* --- plain search trees --------------------------------------------------------------------- */
 
 /*
  * Trees of the same nodes that are not balanced: a root link of the caller's, nodes of the caller's
