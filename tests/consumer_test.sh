@@ -27,7 +27,7 @@ if readelf -d static_c | grep -qE 'libvnlib|libstdc\+\+'; then
   exit 1
 fi
 
-cmake -S . -B out -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
+cmake -G Ninja -S . -B out -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" \
   -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
 cmake --build out >/dev/null
 ./out/from_cxx
