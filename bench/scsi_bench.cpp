@@ -74,6 +74,13 @@ constexpr Lookup kLookups[] = {
     {"device_type", 0x20,
      [](unsigned code) { return get_device_type(static_cast<unsigned char>(code)); },
      VN_PEER(peer_device_type), 0x02},
+    {"revision", 0x100,
+     [](unsigned code) { return get_scsi_revision(static_cast<unsigned char>(code)); }, nullptr, 0},
+    {"severity", 0x100,
+     [](unsigned code) {
+         return get_condition_severity(static_cast<unsigned char>(code)) == 0 ? "" : " ";
+     },
+     nullptr, 0},
 };
 
 bool peers_agree()
