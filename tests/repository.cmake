@@ -1,11 +1,9 @@
-# Tests of the repository itself: what is exported, how headers and examples compile, what an
-# installed copy offers.
+# Tests of the repository itself: how headers and examples compile, what an installed copy offers.
 function(vnlib_script_test name)
   add_test(NAME ${name} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/${name}.sh ${ARGN})
   set_tests_properties(${name} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
 endfunction()
 
-vnlib_script_test(exports_test $<TARGET_FILE:vnlib> ${PROJECT_SOURCE_DIR}/src/libvnlib.map "${VNLIB_SANITIZE}")
 vnlib_script_test(headers_test ${PROJECT_SOURCE_DIR}/include ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
 vnlib_script_test(include_graph_test ${PROJECT_SOURCE_DIR})
 vnlib_script_test(readme_test ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/include

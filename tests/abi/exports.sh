@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Holds the built shared library against its promises: exactly the listed names are exported, only
 # the C library is needed, nothing of a C++ runtime is wanted, and no code runs at load time.
-# usage: exports_test.sh libvnlib.so libvnlib.map sanitizers
+# usage: exports.sh libvnlib.so libvnlib.map sanitizers
 set -euo pipefail
 library=$1 map=$2 sanitize=${3:-}
 failures=0
