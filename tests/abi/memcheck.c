@@ -34,6 +34,35 @@ static void use_blocks(void)
     CHECK(block != NULL && vn_dma_free(give_back, block, 64, "memcheck:2") == 64);
 }
 
+static unsigned char *raw;
+static size_t raw_size;
+
+static void *note_raw(size_t size)
+{
+    raw = malloc(size);
+    raw_size = size;
+    return raw;
+}
+
+static void check_raw(void *ptr)
+{
+    CHECK(ptr == raw);
+    free(ptr);
+}
+
+/* Programs that look at memory dumps know this layout: marker, the caller's bytes, marker. */
+static void look_at_guards(void)
+{
+    const uint32_t marker = 0xDEADBEAFu;
+    unsigned char *block = vn_memcheck_malloc(note_raw, 5, "look_at_guards", 1);
+    CHECK(raw_size == 13 && block == raw + 4);
+    CHECK(memcmp(raw, &marker, 4) == 0 && memcmp(raw + 9, &marker, 4) == 0);
+    memset(block, 0, 5);
+    vn_memcheck_free(check_raw, block, "memcheck:3");
+    block = vn_dmacheck_malloc(note_raw, 5, "look_at_guards");
+    CHECK(raw_size == 5 && block == raw && vn_dma_free(give_back, block, 5, "memcheck:4") == 5);
+}
+
 int main(void)
 {
     vn_free(vn_malloc(1));
@@ -42,6 +71,7 @@ int main(void)
     use_blocks();
     CHECK(vn_memcheck_start() == 0);
     use_blocks();
+    look_at_guards();
     CHECK(gotoline(5, "a line") == 0);
     CHECK(memdbg_printf("in the pane\n") == 0);
     debug("%s\n", "so is this");
