@@ -32,7 +32,8 @@ int spin_error = 0;
 std::vector<std::string> tracked;
 void *tracked_block = nullptr;
 
-const void *const kLock = &spin_error;
+const char locks[65] = {}; // that many addresses to tell apart
+const void *const kLock = &locks[0];
 
 std::string table()
 {
@@ -71,7 +72,7 @@ TEST(CheckLockFaults, KeepsTheCountWhenALaterReferenceFails)
     check_lock_add("a.c", 12, kLock, 0);
     {
         const fault::FailAllocations plan(2); // the text comes first, the location is there
-        check_lock_add("a.c", 12, &spin_error + 1, 0);
+        check_lock_add("a.c", 12, &locks[1], 0);
         EXPECT_EQ(plan.failed(), 1u);
     }
     EXPECT_EQ(table(), "a.c:12 count=1\n");
@@ -81,14 +82,13 @@ TEST(CheckLockFaults, KeepsTheCountWhenALaterReferenceFails)
 TEST(CheckLockFaults, WorksOnWithAnIndexThatCannotGrow)
 {
     check_lock_init();
-    const char *const base = reinterpret_cast<const char *>(kLock);
-    for (size_t i = 0; i < 64; ++i) check_lock_add("a.c", i, base + i, 0);
+    for (size_t i = 0; i < 64; ++i) check_lock_add("a.c", i, &locks[i], 0);
     {
         const fault::FailAllocations plan(3); // the location's index wants to double
-        check_lock_add("a.c", 64, base + 64, 0);
+        check_lock_add("a.c", 64, &locks[64], 0);
         EXPECT_EQ(plan.failed(), 1u);
     }
-    for (size_t i = 0; i < 65; ++i) check_lock_remove(base + i);
+    for (const char &lock : locks) check_lock_remove(&lock);
     EXPECT_EQ(table(), "");
     check_lock_exit();
 }
