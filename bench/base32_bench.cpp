@@ -7,6 +7,9 @@
 #ifdef VN_BENCH_APR
 #include <apr_encode.h>
 #endif
+#ifdef VN_BENCH_LIBOATH
+#include <liboath/oath.h>
+#endif
 
 namespace {
 
@@ -55,6 +58,37 @@ void apr_decode(benchmark::State &state, size_t size)
 }
 #endif
 
+#ifdef VN_BENCH_LIBOATH
+// Hands out a block of its own each time.
+void oath_encode(benchmark::State &state, size_t size)
+{
+    const auto bytes = bench::data(size);
+    for (auto _ : state) {
+        char *out = nullptr;
+        size_t length = 0;
+        oath_base32_encode(reinterpret_cast<const char *>(bytes.data()), size, &out, &length);
+        benchmark::DoNotOptimize(out);
+        free(out);
+    }
+}
+
+void oath_decode(benchmark::State &state, size_t size)
+{
+    const auto bytes = bench::data(size);
+    char *text = nullptr;
+    size_t length = 0;
+    oath_base32_encode(reinterpret_cast<const char *>(bytes.data()), size, &text, &length);
+    for (auto _ : state) {
+        char *out = nullptr;
+        size_t decoded = 0;
+        oath_base32_decode(text, length, &out, &decoded);
+        benchmark::DoNotOptimize(out);
+        free(out);
+    }
+    free(text);
+}
+#endif
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -66,6 +100,10 @@ int main(int argc, char **argv)
 #ifdef VN_BENCH_APR
     bench::add("base32-encode/apr", apr_encode);
     bench::add("base32-decode/apr", apr_decode);
+#endif
+#ifdef VN_BENCH_LIBOATH
+    bench::add("base32-encode/liboath", oath_encode);
+    bench::add("base32-decode/liboath", oath_decode);
 #endif
     return bench::run(argc, argv, bench::all_agree);
 }

@@ -31,6 +31,25 @@ void time(benchmark::State &state, Body body)
     state.SetIterationTime(processor_time() - begin);
 }
 
+// What require() has seen so far, for bench::run().
+inline bool &agreement()
+{
+    static bool agreed = true;
+    return agreed;
+}
+
+inline bool all_agree()
+{
+    return agreement();
+}
+
+inline void require(bool equal, const std::string &what)
+{
+    if (equal) return;
+    std::fprintf(stderr, "%s: results differ\n", what.c_str());
+    agreement() = false;
+}
+
 // Compares results first: a peer that does other work is no peer.
 inline int run(int argc, char **argv, bool (*peers_agree)())
 {

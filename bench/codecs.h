@@ -20,25 +20,6 @@ inline std::vector<uint8_t> data(size_t size)
 
 inline const std::vector<int64_t> kSizes = {16, 64, 256, 1024, 4096, 65536, 1 << 20};
 
-// What require() has seen so far, for bench::run().
-inline bool &agreement()
-{
-    static bool agreed = true;
-    return agreed;
-}
-
-inline bool all_agree()
-{
-    return agreement();
-}
-
-inline void require(bool equal, const std::string &what)
-{
-    if (equal) return;
-    std::fprintf(stderr, "%s: results differ\n", what.c_str());
-    agreement() = false;
-}
-
 // Registers `body(state, size)` as row "<operation>/<who>" for all sizes with the library limited
 // to `features`.
 template <typename Body>
