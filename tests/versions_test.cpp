@@ -8,6 +8,10 @@
 #include <thread>
 #include <vector>
 
+#include "crc32c/extend.h"
+#include "md5/compress.h"
+#include "sha1/compress.h"
+#include "sha256/compress.h"
 #include "support/buffers.h"
 #include "vnlib/base32.h"
 #include "vnlib/base64.h"
@@ -197,6 +201,44 @@ TEST_P(DigestVersions, AgreeWithThePortableOnesForEveryLengthAndAlignment)
         const Digests expected = portably(digests);
         const Forced version(GetParam().features);
         ASSERT_EQ(digests(), expected) << length;
+    }
+}
+
+// The chaining words after each version's work on some blocks, which change from call to call.
+template <size_t kStateWords>
+auto after_blocks(void (*compress)(uint32_t *, const uint8_t *, size_t))
+{
+    std::vector<std::array<uint32_t, kStateWords>> states;
+    for (unsigned seed = 0; seed < 200; ++seed) {
+        const size_t count = seed % 4;
+        const Guarded blocks(test::random_bytes(64 * count, seed), Guarded::kEnd);
+        std::array<uint32_t, kStateWords> state{};
+        std::memcpy(state.data(), test::random_bytes(sizeof state, seed + 1000).data(),
+                    sizeof state);
+        compress(state.data(), blocks.data(), count);
+        states.push_back(state);
+    }
+    return states;
+}
+
+TEST(SmallVersions, OfTheDigestsAgreeWithTheFastOnes)
+{
+    EXPECT_EQ(after_blocks<4>(vn::md5::compress_looped),
+              after_blocks<4>(vn::md5::compress_unrolled));
+    EXPECT_EQ(after_blocks<5>(vn::sha1::compress_looped),
+              after_blocks<5>(vn::sha1::compress_unrolled));
+    EXPECT_EQ(after_blocks<8>(vn::sha256::compress_looped),
+              after_blocks<8>(vn::sha256::compress_unrolled));
+}
+
+TEST(SmallVersions, OfTheChecksumAgreeWithTheFastOne)
+{
+    namespace crc = vn::crc32c;
+    for (unsigned length = 0; length <= 300; ++length) {
+        const Guarded bytes(test::random_bytes(length, length), Guarded::kEnd);
+        const uint32_t state = length * 0x9E37'79B9u;
+        ASSERT_EQ(crc::extend_portable<1>(state, bytes.data(), length),
+                  crc::extend_portable<crc::kFastTables>(state, bytes.data(), length));
     }
 }
 

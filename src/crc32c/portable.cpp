@@ -1,9 +1,8 @@
 // portable.cpp - CRC-32C by tables, several bytes at a time ("slicing": Kounavis and Berry, A
 // Systematic Approach to Building High Performance Software-based CRC Generators, 2005).
 //
-// kTables[k][b] is the remainder of byte b followed by k zero bytes, so the contributions of
-// several bytes can be looked up side by side and added. More tables are faster until they crowd
-// the cache out: 16 KiB are well spent on a big processor, 8 KiB are the limit on a small one.
+// kRemainders[k][b] is the remainder of byte b followed by k zero bytes, so the contributions of
+// several bytes can be looked up side by side and added.
 #include "crc32c/extend.h"
 
 #include <array>
@@ -14,11 +13,11 @@
 namespace vn::crc32c {
 namespace {
 
-constexpr size_t kSlices = sizeof(void *) >= 8 ? 16 : 8;
 constexpr size_t kWordSize = sizeof(uint32_t);
 
 using Table = std::array<uint32_t, 256>;
 
+template <size_t kSlices>
 consteval std::array<Table, kSlices> make_tables()
 {
     std::array<Table, kSlices> tables{};
@@ -34,35 +33,45 @@ consteval std::array<Table, kSlices> make_tables()
         }
     return tables;
 }
-constexpr auto kTables = make_tables();
-static_assert(kTables[0][1] == 0xF26B'8303u && kTables[0][255] == 0xAD7D'5351u);
+template <size_t kSlices>
+constexpr auto kRemainders = make_tables<kSlices>();
+static_assert(kRemainders<1>[0][1] == 0xF26B'8303u && kRemainders<1>[0][255] == 0xAD7D'5351u);
 
 // The remainder of the four bytes in `word` followed by `kAfter` zero bytes.
-template <size_t kAfter>
+template <size_t kSlices, size_t kAfter>
 inline uint32_t word_remainder(uint32_t word)
 {
-    return kTables[kAfter + 3][word & 0xFF] ^ kTables[kAfter + 2][word >> 8 & 0xFF] ^
-           kTables[kAfter + 1][word >> 16 & 0xFF] ^ kTables[kAfter][word >> 24];
+    constexpr auto &kOf = kRemainders<kSlices>;
+    return kOf[kAfter + 3][word & 0xFF] ^ kOf[kAfter + 2][word >> 8 & 0xFF] ^
+           kOf[kAfter + 1][word >> 16 & 0xFF] ^ kOf[kAfter][word >> 24];
 }
 
-template <size_t... kWord>
+template <size_t kSlices, size_t... kWord>
 inline uint32_t slice_remainder(uint32_t state, const uint8_t *data, std::index_sequence<kWord...>)
 {
-    return (word_remainder<kSlices - kWordSize *(kWord + 1)>(
+    return (word_remainder<kSlices, kSlices - kWordSize *(kWord + 1)>(
                 bytes::load_little<uint32_t>(data + kWordSize * kWord) ^ (kWord == 0 ? state : 0)) ^
             ...);
 }
 
 } // namespace
 
+template <size_t kSlices>
 uint32_t extend_portable(uint32_t state, const uint8_t *data, size_t length)
 {
-    for (; length >= kSlices; length -= kSlices, data += kSlices)
-        state = slice_remainder(state, data, std::make_index_sequence<kSlices / kWordSize>{});
-    for (; length >= kWordSize; length -= kWordSize, data += kWordSize)
-        state = word_remainder<0>(bytes::load_little<uint32_t>(data) ^ state);
-    for (; length != 0; --length) state = (state >> 8) ^ kTables[0][(state ^ *data++) & 0xFF];
+    if constexpr (kSlices >= kWordSize) {
+        constexpr auto kWords = std::make_index_sequence<kSlices / kWordSize>{};
+        for (; length >= kSlices; length -= kSlices, data += kSlices)
+            state = slice_remainder<kSlices>(state, data, kWords);
+        for (; length >= kWordSize; length -= kWordSize, data += kWordSize)
+            state = word_remainder<kSlices, 0>(bytes::load_little<uint32_t>(data) ^ state);
+    }
+    for (; length != 0; --length)
+        state = (state >> 8) ^ kRemainders<kSlices>[0][(state ^ *data++) & 0xFF];
     return state;
 }
+
+template uint32_t extend_portable<kFastTables>(uint32_t, const uint8_t *, size_t);
+template uint32_t extend_portable<1>(uint32_t, const uint8_t *, size_t);
 
 } // namespace vn::crc32c

@@ -1,4 +1,4 @@
-// compress.h - the versions of SHA-1's block function: one portable, others for processors that
+// compress.h - the versions of SHA-1's block function: two portable, others for processors that
 // have instructions for it. All take `count` blocks of 64 bytes into the five chaining words at
 // `state`.
 #pragma once
@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "support/cpu.h"
+#include "support/small.h"
 
 namespace vn::sha1 {
 
@@ -17,7 +18,8 @@ constexpr size_t kStateWords = 5;
 constexpr std::array<uint32_t, 4> kRoundConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
                                                      0xCA62C1D6};
 
-void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count);
+void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count);
+void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count); // the small one
 #if VN_CPU_X86
 void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count);
 #endif
@@ -34,7 +36,7 @@ inline void compress(uint32_t *state, const uint8_t *blocks, size_t count)
 #if VN_CPU_ARM_SHA
     if (cpu::has(cpu::kSha1)) return compress_arm(state, blocks, count);
 #endif
-    compress_portable(state, blocks, count);
+    return (kSmall ? compress_looped : compress_unrolled)(state, blocks, count);
 }
 
 } // namespace vn::sha1

@@ -1,6 +1,4 @@
-// portable.cpp - SHA-1's block function in plain C++, its 80 rounds written out.
-//
-// The message schedule W[0..79] is kept as a window of its last 16 words.
+// portable.cpp - SHA-1's block function in plain C++.
 #include "sha1/compress.h"
 
 #include <bit>
@@ -16,15 +14,15 @@ constexpr size_t kRounds = 80;
 constexpr size_t kStageRounds = 20;
 constexpr size_t kWindow = 16;
 
-template <size_t kStage>
-[[gnu::always_inline]] inline uint32_t mixed(uint32_t b, uint32_t c, uint32_t d)
+// The function of the stage that a round belongs to (FIPS 180-4, section 4.1.1).
+[[gnu::always_inline]] inline uint32_t mixed(size_t stage, uint32_t b, uint32_t c, uint32_t d)
 {
-    if constexpr (kStage == 0) return d ^ (b & (c ^ d));
-    if constexpr (kStage == 2)
-        return (b & c) + (d & (b ^ c)); // never a bit in common: a cheap "or"
+    if (stage == 0) return d ^ (b & (c ^ d));
+    if (stage == 2) return (b & c) + (d & (b ^ c)); // never a bit in common: a cheap "or"
     return b ^ c ^ d;
 }
 
+// W[kRound], of which the last 16 are kept.
 template <size_t kRound>
 [[gnu::always_inline]] inline uint32_t schedule(uint32_t *w, const uint8_t *block)
 {
@@ -39,7 +37,7 @@ template <size_t kRound>
 
 } // namespace
 
-void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count)
+void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     for (; count != 0; --count, blocks += digest::kBlockSize) {
         uint32_t w[kWindow];
@@ -53,10 +51,32 @@ void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count)
             const uint32_t c = v[(kRounds - kRound + 2) % 5];
             const uint32_t d = v[(kRounds - kRound + 3) % 5];
             uint32_t &e = v[(kRounds - kRound + 4) % 5];
-            e += kRoundConstants[kStage] + schedule<kRound>(w, blocks) + mixed<kStage>(b, c, d) +
+            e += kRoundConstants[kStage] + schedule<kRound>(w, blocks) + mixed(kStage, b, c, d) +
                  std::rotl(a, 5);
             b = std::rotl(b, 30);
         });
+        for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
+    }
+}
+
+// The working words are not moved along either: each round puts a new first one in front of them.
+void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count)
+{
+    for (; count != 0; --count, blocks += digest::kBlockSize) {
+        uint32_t w[kRounds];
+        for (size_t i = 0; i < kWindow; ++i) w[i] = bytes::load_big<uint32_t>(blocks + 4 * i);
+        for (size_t i = kWindow; i < kRounds; ++i)
+            w[i] = std::rotl(w[i - 3] ^ w[i - 8] ^ w[i - 14] ^ w[i - 16], 1);
+        uint32_t words[kRounds + kStateWords];
+        uint32_t *v = words + kRounds;
+        for (size_t i = 0; i < kStateWords; ++i) v[i] = state[i];
+        for (size_t round = 0; round < kRounds; ++round) {
+            const size_t stage = round / kStageRounds;
+            const uint32_t sum = v[4] + kRoundConstants[stage] + w[round] +
+                                 mixed(stage, v[1], v[2], v[3]) + std::rotl(v[0], 5);
+            v[1] = std::rotl(v[1], 30);
+            *--v = sum;
+        }
         for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
     }
 }

@@ -1,4 +1,4 @@
-// compress.h - the versions of SHA-256's block function: one portable, others for processors that
+// compress.h - the versions of SHA-256's block function: two portable, others for processors that
 // have instructions for it. All take `count` blocks of 64 bytes into the eight chaining words at
 // `state`.
 #pragma once
@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "support/cpu.h"
+#include "support/small.h"
 
 namespace vn::sha256 {
 
@@ -26,7 +27,8 @@ alignas(64) constexpr std::array<uint32_t, kRounds> kRoundConstants = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count);
+void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count);
+void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count); // the small one
 #if VN_CPU_X86
 void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count);
 #endif
@@ -43,7 +45,7 @@ inline void compress(uint32_t *state, const uint8_t *blocks, size_t count)
 #if VN_CPU_ARM_SHA
     if (cpu::has(cpu::kSha256)) return compress_arm(state, blocks, count);
 #endif
-    compress_portable(state, blocks, count);
+    return (kSmall ? compress_looped : compress_unrolled)(state, blocks, count);
 }
 
 } // namespace vn::sha256

@@ -1,6 +1,4 @@
-// portable.cpp - SHA-256's block function in plain C++, its 64 rounds written out.
-//
-// The message schedule W[0..63] is kept as a window of its last 16 words.
+// portable.cpp - SHA-256's block function in plain C++.
 #include "sha256/compress.h"
 
 #include <bit>
@@ -40,6 +38,7 @@ inline uint32_t small_sigma1(uint32_t x)
     return std::rotr(x, 17) ^ std::rotr(x, 19) ^ (x >> 10);
 }
 
+// W[kRound], of which the last 16 are kept.
 template <size_t kRound>
 [[gnu::always_inline]] inline uint32_t schedule(uint32_t *w, const uint8_t *block)
 {
@@ -53,7 +52,7 @@ template <size_t kRound>
 
 } // namespace
 
-void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count)
+void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     for (; count != 0; --count, blocks += digest::kBlockSize) {
         uint32_t w[kWindow];
@@ -71,6 +70,28 @@ void compress_portable(uint32_t *state, const uint8_t *blocks, size_t count)
             place(3) += sum;
             place(7) = sum + majority(place(0), place(1), place(2)) + big_sigma0(place(0));
         });
+        for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
+    }
+}
+
+// The working words are not moved along either: each round puts a new first one in front of them.
+void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count)
+{
+    for (; count != 0; --count, blocks += digest::kBlockSize) {
+        uint32_t w[kRounds];
+        for (size_t i = 0; i < kWindow; ++i) w[i] = bytes::load_big<uint32_t>(blocks + 4 * i);
+        for (size_t i = kWindow; i < kRounds; ++i)
+            w[i] = w[i - 16] + small_sigma0(w[i - 15]) + w[i - 7] + small_sigma1(w[i - 2]);
+        uint32_t words[kRounds + kStateWords];
+        uint32_t *v = words + kRounds;
+        for (size_t i = 0; i < kStateWords; ++i) v[i] = state[i];
+        for (size_t round = 0; round < kRounds; ++round) {
+            const uint32_t sum = v[7] + kRoundConstants[round] + w[round] +
+                                 choose(v[4], v[5], v[6]) + big_sigma1(v[4]);
+            v[3] += sum;
+            --v;
+            v[0] = sum + majority(v[1], v[2], v[3]) + big_sigma0(v[1]);
+        }
         for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
     }
 }

@@ -1,9 +1,9 @@
-// md5.cpp - MD5 as RFC 1321 gives it.
+// compress.cpp - MD5's block function as RFC 1321 gives it.
 //
 // The 64 steps are one long chain: step i needs the result of step i - 1 and nothing can run beside
 // it. What counts is the length of that chain, so each step adds the word, the constant and as much
 // of its boolean function as does not need the newest value before that value arrives.
-#include "vnlib/md5.h"
+#include "md5/compress.h"
 
 #include <array>
 #include <bit>
@@ -14,10 +14,6 @@
 
 namespace vn::md5 {
 namespace {
-
-constexpr size_t kStateWords = 4;
-constexpr std::array<uint32_t, kStateWords> kInitial = {0x67452301, 0xEFCDAB89, 0x98BADCFE,
-                                                        0x10325476};
 
 constexpr size_t kSteps = 64;
 constexpr size_t kRoundSteps = 16;
@@ -35,8 +31,8 @@ constexpr std::array<uint32_t, kSteps> kSines = {
 
 // What changes from round to round: the order of the words and the rotations.
 struct Round {
-    size_t first_word, word_stride;
-    std::array<int, 4> rotations;
+    uint8_t first_word, word_stride;
+    std::array<uint8_t, 4> rotations;
 };
 constexpr std::array<Round, 4> kRounds = {{{0, 1, {7, 12, 17, 22}},
                                            {1, 5, {5, 9, 14, 20}},
@@ -46,16 +42,18 @@ constexpr std::array<Round, 4> kRounds = {{{0, 1, {7, 12, 17, 22}},
 // `sum` plus the boolean function of the round; b is the newest value. In round 2 the two halves of
 // the function never share a bit, so they can be added one by one and the half without b comes
 // early.
-template <size_t kRound>
-[[gnu::always_inline]] inline uint32_t add_mixed(uint32_t sum, uint32_t b, uint32_t c, uint32_t d)
+[[gnu::always_inline]] inline uint32_t add_mixed(size_t round, uint32_t sum, uint32_t b, uint32_t c,
+                                                 uint32_t d)
 {
-    if constexpr (kRound == 0) return sum + (d ^ (b & (c ^ d)));
-    if constexpr (kRound == 1) return sum + (c & ~d) + (b & d);
-    if constexpr (kRound == 2) return sum + (b ^ (c ^ d));
+    if (round == 0) return sum + (d ^ (b & (c ^ d)));
+    if (round == 1) return sum + (c & ~d) + (b & d);
+    if (round == 2) return sum + (b ^ (c ^ d));
     return sum + (c ^ (b | ~d));
 }
 
-void compress(uint32_t *state, const uint8_t *blocks, size_t count)
+} // namespace
+
+void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     for (; count != 0; --count, blocks += digest::kBlockSize) {
         uint32_t v[kStateWords] = {state[0], state[1], state[2], state[3]};
@@ -68,78 +66,31 @@ void compress(uint32_t *state, const uint8_t *blocks, size_t count)
             const uint32_t c = v[(kSteps - kStep + 2) % 4];
             const uint32_t d = v[(kSteps - kStep + 3) % 4];
             const uint32_t word = bytes::load_little<uint32_t>(blocks + 4 * kWord);
-            const uint32_t sum = add_mixed<kStep / kRoundSteps>(a + kSines[kStep] + word, b, c, d);
+            const uint32_t sum = add_mixed(kStep / kRoundSteps, a + kSines[kStep] + word, b, c, d);
             a = b + std::rotl(sum, kRound.rotations[kStep % 4]);
         });
         for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
     }
 }
 
-digest::Length stored_bits(uint64_t bits)
+// The four words are not moved along: each step puts a new first one in front of them.
+void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count)
 {
-    digest::Length stored;
-    bytes::store_little(stored.data(), bits);
-    return stored;
+    for (; count != 0; --count, blocks += digest::kBlockSize) {
+        uint32_t words[kSteps + kStateWords];
+        uint32_t *v = words + kSteps; // b, c, d, a
+        for (size_t i = 0; i < kStateWords; ++i) v[i] = state[(i + 1) % kStateWords];
+        for (size_t step = 0; step < kSteps; ++step) {
+            const Round &round = kRounds[step / kRoundSteps];
+            const size_t place = (round.first_word + round.word_stride * step) % 16;
+            const uint32_t word = bytes::load_little<uint32_t>(blocks + 4 * place);
+            const uint32_t sum =
+                add_mixed(step / kRoundSteps, v[3] + kSines[step] + word, v[0], v[1], v[2]);
+            --v;
+            v[0] = v[1] + std::rotl(sum, round.rotations[step % 4]);
+        }
+        for (size_t i = 0; i < kStateWords; ++i) state[(i + 1) % kStateWords] += v[i];
+    }
 }
 
-void store_digest(const uint32_t *state, uint8_t *digest)
-{
-    for (size_t i = 0; i < kStateWords; ++i) bytes::store_little(digest + 4 * i, state[i]);
-}
-
-uint64_t bits_of(const md5_ctx &ctx)
-{
-    return uint64_t{ctx.bits[1]} << 32 | ctx.bits[0];
-}
-
-void set_bits(md5_ctx &ctx, uint64_t bits)
-{
-    ctx.bits[0] = static_cast<uint32_t>(bits);
-    ctx.bits[1] = static_cast<uint32_t>(bits >> 32);
-}
-
-size_t pending_in(const md5_ctx &ctx)
-{
-    return ctx.bits[0] / 8 % digest::kBlockSize;
-}
-
-// Compresses into the chaining words at `state`.
-auto into(uint32_t *state)
-{
-    return [state](const uint8_t *blocks, size_t count) { compress(state, blocks, count); };
-}
-
-} // namespace
 } // namespace vn::md5
-
-using namespace vn;
-using namespace vn::md5;
-
-extern "C" void md5_init(md5_ctx *ctx)
-{
-    set_bits(*ctx, 0);
-    std::copy(kInitial.begin(), kInitial.end(), ctx->state);
-}
-
-extern "C" void md5_append(md5_ctx *ctx, const uint8_t *data, int len)
-{
-    if (len < 1) return;
-    const auto length = static_cast<size_t>(len);
-    digest::append(ctx->block, pending_in(*ctx), data, length, into(ctx->state));
-    set_bits(*ctx, bits_of(*ctx) + uint64_t{length} * 8);
-}
-
-extern "C" void md5_finish(md5_ctx *ctx, uint8_t digest[16])
-{
-    digest::finish(ctx->block, pending_in(*ctx), stored_bits(bits_of(*ctx)), into(ctx->state));
-    store_digest(ctx->state, digest);
-}
-
-extern "C" void md5_single(const uint8_t *data, int len, uint8_t digest[16])
-{
-    const size_t length = len < 1 ? 0 : static_cast<size_t>(len);
-    uint32_t state[kStateWords];
-    std::copy(kInitial.begin(), kInitial.end(), state);
-    digest::whole(data, length, stored_bits(uint64_t{length} * 8), into(state));
-    store_digest(state, digest);
-}
