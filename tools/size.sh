@@ -40,7 +40,7 @@ for pair in "$@"; do
   printf '  constructors      %8d\n' "$(nm "$library" | grep -cE '_GLOBAL__sub_I' || true)"
   printf '  needed            %s\n' "$(readelf -dW "$library" | sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p' | tr '\n' ' ')"
   printf '  largest symbols\n'
-  nm -S --size-sort -r "$library" | head -n 10 | while read -r _ size _ name; do
+  nm -S --size-sort -r "$library" | sed -n 1,10p | while read -r _ size _ name; do
     printf '    %8d %s\n' "$((16#$size))" "$(c++filt "$name")"
   done
   if read -r _ allowed_constant allowed_writable < <(grep -E "^$preset " "$budget"); then
