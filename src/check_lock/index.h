@@ -22,26 +22,25 @@ public:
     Index(const Index &) = delete;
     Index &operator=(const Index &) = delete;
 
-    [[nodiscard]] Record *find(uint64_t key)
-    {
-        Record *record = bucket_of(key);
-        while (record != nullptr && record->key != key) record = record->chain;
-        return record;
-    }
+    // Null when there is none.
+    [[nodiscard]] Record *find(uint64_t key) { return *link_to(key); }
 
     void add(Record &record)
     {
-        if (count_ >= size()) grow();
+        if (count_ >= size() / 2) grow();
         link(record);
         ++count_;
     }
 
-    void remove(Record &record)
+    // As find(), but the record is no longer in the index afterwards.
+    Record *take(uint64_t key)
     {
-        Record **link = &bucket_of(record.key);
-        while (*link != &record) link = &(*link)->chain;
-        *link = record.chain;
+        Record **const place = link_to(key);
+        Record *const record = *place;
+        if (record == nullptr) return nullptr;
+        *place = record->chain;
         --count_;
+        return record;
     }
 
     // Hands every record to `release` and is empty, without memory of its own, afterwards.
@@ -69,6 +68,14 @@ private:
     [[nodiscard]] Record *&bucket_of(uint64_t key)
     {
         return buckets()[static_cast<size_t>(key * 0x9E37'79B9'7F4A'7C15u >> (64 - bits_))];
+    }
+
+    // The link that holds the record with this key, or the null that ends its chain.
+    [[nodiscard]] Record **link_to(uint64_t key)
+    {
+        Record **place = &bucket_of(key);
+        while (*place != nullptr && (*place)->key != key) place = &(*place)->chain;
+        return place;
     }
 
     void link(Record &record)

@@ -14,11 +14,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <optional>
+#include <utility>
 
 #include "check_lock/index.h"
+#include "memcheck/debugger.h"
+#include "support/fnv1a.h"
 #include "support/mutex.h"
-#include "vnlib/hash.h"
 #include "vnlib/memcheck.h"
 #include "vnlib/vnstrings.h"
 
@@ -47,14 +48,40 @@ uint64_t identity(const void *lock)
     return reinterpret_cast<uintptr_t>(lock);
 }
 
-// The key of "file:line", unless there is no memory for that text.
-std::optional<uint64_t> site_key(const char *file, size_t line)
+// A number's digits, as text; printf would cost more than all the rest of an add.
+class Digits {
+public:
+    explicit Digits(size_t value)
+    {
+        do *--text_ = static_cast<char>('0' + value % 10);
+        while ((value /= 10) != 0);
+    }
+    Digits(const Digits &) = delete; // text_ points into itself
+    Digits &operator=(const Digits &) = delete;
+
+    [[nodiscard]] const char *text() const { return text_; }
+
+private:
+    char bytes_[21] = {}; // 2^64 - 1 has 20 digits
+    char *text_ = bytes_ + sizeof bytes_ - 1;
+};
+
+// Puts the text "file:line" on the tracker's record for a moment, as every text we make. Nobody
+// sees it while the tracker is off, so it is not made then.
+bool show_to_tracker(const char *file, size_t line)
 {
     char *text = nullptr;
-    if (__vn_asprintf(&text, "check_lock_add", 110, "%s:%zu", file, line) < 0) return std::nullopt;
-    const uint64_t key = hash_str_64(text);
+    if (__vn_asprintf(&text, "check_lock_add", 110, "%s:%zu", file, line) < 0) return false;
     vn_memcheck_free(vn_free, text, "check_lock:112");
-    return key;
+    return true;
+}
+
+// The key of "file:line".
+uint64_t site_key(const char *file, size_t line)
+{
+    uint64_t key = fnv1a::add_text(fnv1a::kBasis<uint64_t>, file);
+    key = fnv1a::add<uint64_t>(key, ':');
+    return fnv1a::add_text(key, Digits(line).text());
 }
 
 class Registry {
@@ -97,6 +124,7 @@ private:
     Site *newest_ VN_GUARDED_BY(mutex_) = nullptr;
     Index<Site> sites_ VN_GUARDED_BY(mutex_);
     Index<Reference> references_ VN_GUARDED_BY(mutex_);
+    Reference *spare_ VN_GUARDED_BY(mutex_) = nullptr; // the last one removed: most locks are short
 };
 
 Site *Registry::find_or_make(uint64_t key, const char *file, size_t line, uint32_t tag)
@@ -115,7 +143,8 @@ Site *Registry::find_or_make(uint64_t key, const char *file, size_t line, uint32
 
 bool Registry::record(uint64_t lock, Site &site)
 {
-    void *const memory = malloc(sizeof(Reference));
+    void *const memory =
+        spare_ != nullptr ? std::exchange(spare_, nullptr) : malloc(sizeof(Reference));
     if (memory == nullptr) return false;
     auto *const reference = new (memory) Reference{.key = lock, .site = &site};
     references_.add(*reference);
@@ -127,17 +156,17 @@ void Registry::count_one_less(Site &site)
     if (--site.count > 0) return;
     (site.prev != nullptr ? site.prev->next : newest_) = site.next;
     if (site.next != nullptr) site.next->prev = site.prev;
-    sites_.remove(site);
+    sites_.take(site.key);
     free(&site);
 }
 
 bool Registry::add(const char *file, size_t line, uint64_t lock, uint32_t tag)
 {
-    const std::optional<uint64_t> key = site_key(file, line);
-    if (!key) return false;
+    if (memcheck::tracking() != nullptr && !show_to_tracker(file, line)) return false;
+    const uint64_t key = site_key(file, line);
     const MutexLock hold(mutex_);
     if (!running()) return false;
-    Site *const site = find_or_make(*key, file, line, tag);
+    Site *const site = find_or_make(key, file, line, tag);
     if (site == nullptr) return false;
     const size_t count = ++site->count; // also for a lock that is held: each attempt shows
     if (references_.find(lock) != nullptr) {
@@ -156,10 +185,9 @@ void Registry::remove(uint64_t lock)
     {
         const MutexLock hold(mutex_);
         if (!running()) return;
-        if (Reference *const reference = references_.find(lock)) {
-            references_.remove(*reference);
+        if (Reference *const reference = references_.take(lock)) {
             count_one_less(*reference->site);
-            free(reference);
+            free(std::exchange(spare_, reference));
             return;
         }
     }
@@ -177,6 +205,7 @@ void Registry::clear()
 {
     references_.clear([](Reference &reference) { free(&reference); });
     sites_.clear([](Site &site) { free(&site); });
+    free(std::exchange(spare_, nullptr));
     newest_ = nullptr;
 }
 
