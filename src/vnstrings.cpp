@@ -59,7 +59,7 @@ private:
     const int errno_;
     const char *const format_;
     int length_;
-    char kept_[256];
+    char kept_[1024];
 };
 
 int lose(char **str)
