@@ -1,4 +1,5 @@
-// digests_bench.cpp - MD5, SHA-1 and SHA-256 of whole messages, beside OpenSSL and nettle.
+// digests_bench.cpp - MD5, SHA-1 and SHA-256 of whole messages, beside OpenSSL, nettle and
+// libgcrypt.
 #include "codecs.h"
 
 #include "nettle_peer.h"
@@ -11,6 +12,9 @@
 #include <openssl/evp.h>
 #include <openssl/md5.h>
 #include <openssl/sha.h>
+#endif
+#ifdef VN_BENCH_GCRYPT
+#include <gcrypt.h>
 #endif
 #include <array>
 
@@ -59,6 +63,16 @@ Digest nettle(const uint8_t *data, size_t size)
 }
 #endif
 
+#ifdef VN_BENCH_GCRYPT
+template <auto kAlgorithm>
+Digest gcrypt(const uint8_t *data, size_t size)
+{
+    Digest digest{};
+    gcry_md_hash_buffer(kAlgorithm, digest.data(), data, size);
+    return digest;
+}
+#endif
+
 void add(const std::string &name, Function function, Function reference,
          uint32_t features = cpu::kEverything)
 {
@@ -97,6 +111,13 @@ int main(int argc, char **argv)
     add("md5/nettle", nettle<bench::nettle_md5>, kMd5);
     add("sha1/nettle", nettle<bench::nettle_sha1>, kSha1);
     add("sha256/nettle", nettle<bench::nettle_sha256>, kSha256);
+#endif
+#ifdef VN_BENCH_GCRYPT
+    gcry_check_version(nullptr); // prepares the library
+    gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
+    add("md5/gcrypt", gcrypt<GCRY_MD_MD5>, kMd5);
+    add("sha1/gcrypt", gcrypt<GCRY_MD_SHA1>, kSha1);
+    add("sha256/gcrypt", gcrypt<GCRY_MD_SHA256>, kSha256);
 #endif
     return bench::run(argc, argv, bench::all_agree);
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <malloc.h>
 #include <map>
 #include <random>
 #include <vector>
@@ -195,7 +196,10 @@ void insert(benchmark::State &state, size_t size)
     for (uint64_t seed = 0; auto _ : state) {
         const Keys keys = random_keys(size, ++seed);
         Map map;
+        const auto before = static_cast<double>(mallinfo2().uordblks);
         bench::time(state, [&] { fill(map, keys); });
+        state.counters["heap_bytes_per_node"] =
+            (static_cast<double>(mallinfo2().uordblks) - before) / static_cast<double>(size);
     }
 }
 
