@@ -256,7 +256,7 @@ void list(benchmark::State &state, size_t size)
 }
 
 template <typename Map>
-void register_rows(size_t size)
+void register_rows(size_t size, const std::string &suffix = "")
 {
     const struct {
         const char *operation;
@@ -267,7 +267,7 @@ void register_rows(size_t size)
                 {"find", find<Map>},
                 {"list", list<Map>}};
     for (const auto &[operation, row] : rows)
-        benchmark::RegisterBenchmark(bench::row(operation, Map::kName, size).c_str(),
+        benchmark::RegisterBenchmark(bench::row(operation + suffix, Map::kName, size).c_str(),
                                      [row, size](benchmark::State &state) {
                                          row(state, size);
                                          state.SetItemsProcessed(state.iterations() *
@@ -291,5 +291,7 @@ int main(int argc, char **argv)
         register_rows<Glib>(size);
 #endif
     }
+    for (const size_t size : {1'000u, 10'000u, 100'000u, 1'000'000u, 10'000'000u})
+        register_rows<Vnlib>(size, "_growth");
     return bench::run(argc, argv, peers_agree);
 }

@@ -13,8 +13,6 @@ import pathlib
 
 import results
 
-AIMS = pathlib.Path(__file__).parents[2] / "bench" / "aims.toml"
-
 
 def by_family(pairs):
     return [(family, list(group))
@@ -157,7 +155,7 @@ def main():
     parser.add_argument("directory", type=pathlib.Path)
     parser.add_argument("families", nargs="*")
     arguments = parser.parse_args()
-    aims, bounds = results.load_aims(AIMS)
+    aims, bounds = results.load_aims()
     pairs = results.with_aims(results.load(arguments.directory, bounds, arguments.families), aims)
     print_table(pairs)
     if arguments.json:

@@ -6,11 +6,13 @@ library can do better than: they count only for an aim that names them.
 """
 import dataclasses
 import json
+import math
 import pathlib
 import re
 import statistics
 import tomllib
 
+AIMS = pathlib.Path(__file__).parents[2] / "bench" / "aims.toml"
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 # What Google Benchmark says about every row; what else a row has is a counter of its own.
 COMMON = {"name", "family_index", "per_family_instance_index", "run_name", "run_type",
@@ -130,10 +132,28 @@ class Aim:
         return f"{sign} {bound:g}{unit}{versus}"
 
 
-def load_aims(path):
+@dataclasses.dataclass
+class Growth:
+    """How the time of the library's rows may grow with their size."""
+    family: str
+    operation: str  # regular expression
+    expected: str  # "constant", "linear" or "n log n" in the size
+    within: float  # by which factor the time may depart from it over the range
+    within_tenfold: bool = False  # ... or at each tenfold size, where caches are outgrown
+    smallest: int = 0
+
+    def units(self, size):
+        return {"constant": 1, "linear": size, "n log n": size * math.log2(size + 1)}[self.expected]
+
+
+def load_aims():
     """The aims, and the names of the peers that are bounds."""
-    aims = tomllib.loads(pathlib.Path(path).read_text())
+    aims = tomllib.loads(AIMS.read_text())
     return [Aim(**aim) for aim in aims["aim"]], aims["bounds"]
+
+
+def load_growth():
+    return [Growth(**rule) for rule in tomllib.loads(AIMS.read_text())["growth"]]
 
 
 def with_aims(rows, aims):
