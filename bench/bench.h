@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <time.h>
 
@@ -12,6 +13,12 @@ namespace bench {
 inline std::string row(const std::string &operation, const std::string &who, size_t size)
 {
     return operation + "/" + who + "/" + std::to_string(size);
+}
+
+// Whether all programs together have less than a minute: for rows that fix their iterations.
+inline bool quick()
+{
+    return std::getenv("VN_BENCH_QUICK") != nullptr;
 }
 
 // Seconds that this thread has had a processor: what else runs on the machine does not count.

@@ -196,7 +196,7 @@ void add_row(const char *operation, const char *who, size_t live, Batch batch)
     benchmark::RegisterBenchmark(bench::row(operation, who, live).c_str(), run)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond)
-        ->Iterations(300);
+        ->Iterations(bench::quick() ? 30 : 300);
 }
 
 template <typename Work>

@@ -72,7 +72,7 @@ def load(directory, bounds, families=()):
         if families and family not in families:
             continue
         times, counters = measurements(of_family)
-        median = {key: statistics.median(values) for key, values in times.items()}
+        median = {key: statistics.median_low(values) for key, values in times.items()}
         for (operation, who, size), ours in median.items():
             if who != "vnlib" and not who.startswith("vnlib-"):
                 continue
@@ -99,7 +99,7 @@ class Aim:
     smallest: int = 0
     largest: int = 1 << 62
     against: str = ""  # regular expression for the peers that count; else all but the bounds
-    value: str = "ratio"  # or "ns", or the name of a counter
+    value: str = "ratio"  # or "ns", "ns_more" (than the peer), or the name of a counter
     at_least: float = None
     at_most: float = None
     limit: str = ""  # what the row's speed depends on
@@ -112,21 +112,23 @@ class Aim:
         return self.smallest <= (int(number[0]) if number else 0) <= self.largest
 
     def measured(self, row):
-        """The value that the aim is about; may be None."""
+        """The value that the aim is about; None where the row has none, for want of a peer say."""
         if self.value == "ratio":
             return row.ratio
-        return row.ours_ns if self.value == "ns" else row.counters.get(self.value)
+        if self.value == "ns":
+            return row.ours_ns
+        if self.value == "ns_more":
+            return row.ours_ns - row.peer_ns if row.peer_ns is not None else None
+        return row.counters.get(self.value)
 
     def met(self, row):
         value = self.measured(row)
-        if value is None:
-            return None
         # What is shown as 1.00 counts as 1.
         return (self.at_least is None or round(value, 2) >= self.at_least) and \
                (self.at_most is None or round(value, 2) <= self.at_most)
 
     def text(self):
-        unit = {"ratio": "", "ns": " ns"}.get(self.value, f" {self.value.replace('_', ' ')}")
+        unit = "" if self.value == "ratio" else f" {self.value.replace('_', ' ')}"
         sign, bound = ("≥", self.at_least) if self.at_most is None else ("≤", self.at_most)
         versus = f" of {re.sub('[.*()]', '', self.against).replace('|', ', ')}" if self.against else ""
         return f"{sign} {bound:g}{unit}{versus}"
@@ -157,15 +159,20 @@ def load_growth():
 
 
 def with_aims(rows, aims):
-    """[(row, aim)]: a row once for each of its aims, or once with None."""
+    """[(row, aim)]: a row once for each aim that can be told from it, or once with None."""
     pairs = []
     for row in rows:
-        of_row = [aim for aim in aims if aim.concerns(row)]
-        for aim in of_row or [None]:
+        before = len(pairs)
+        for aim in aims:
+            if not aim.concerns(row):
+                continue
             entry = dataclasses.replace(row)
-            if aim is not None and aim.against:
+            if aim.against:
                 compare(entry, [peer for peer in row.peers if re.fullmatch(aim.against, peer)])
-            pairs.append((entry, aim))
+            if aim.measured(entry) is not None:
+                pairs.append((entry, aim))
+        if len(pairs) == before:
+            pairs.append((row, None))
     return pairs
 
 
