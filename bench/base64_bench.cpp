@@ -1,8 +1,12 @@
-// base64_bench.cpp - base64 with and without lines, beside GLib and OpenSSL. Sizes are of the data.
+// base64_bench.cpp - base64 with and without lines, beside GLib, OpenSSL and APR. Sizes are of
+// the data.
 #include "vnlib/base64.h"
 
 #include "codecs.h"
 
+#ifdef VN_BENCH_APRUTIL
+#include <apr_base64.h>
+#endif
 #ifdef VN_BENCH_GLIB
 #include <glib.h>
 #endif
@@ -57,6 +61,18 @@ size_t openssl_decode(const char *in, size_t size, uint8_t *out)
 {
     return static_cast<size_t>(
         EVP_DecodeBlock(out, reinterpret_cast<const uint8_t *>(in), static_cast<int>(size)));
+}
+#endif
+
+#ifdef VN_BENCH_APRUTIL
+size_t apr_encode(const uint8_t *in, size_t size, char *out)
+{
+    return static_cast<size_t>(apr_base64_encode_binary(out, in, static_cast<int>(size))) - 1;
+}
+
+size_t apr_decode(const char *in, size_t, uint8_t *out) // up to the text's NUL
+{
+    return static_cast<size_t>(apr_base64_decode_binary(out, in));
 }
 #endif
 
@@ -134,6 +150,11 @@ int main(int argc, char **argv)
     check("OpenSSL", openssl_encode, openssl_decode);
     add_encode("base64-encode/openssl", openssl_encode);
     add_decode("base64-decode/openssl", openssl_decode, our_encode<false>);
+#endif
+#ifdef VN_BENCH_APRUTIL
+    check("APR", apr_encode, apr_decode);
+    add_encode("base64-encode/apr", apr_encode);
+    add_decode("base64-decode/apr", apr_decode, our_encode<false>);
 #endif
     return bench::run(argc, argv, bench::all_agree);
 }
