@@ -99,9 +99,11 @@ std::span<q_element> heads_of(q_queue &queue)
     return {queue.lists, queue.list_count};
 }
 
-// Most keys are small: half as wide a division takes a fraction of the time on many processors.
+// Most keys are small. One that numbers a slot needs no division, and half as wide a division takes
+// a fraction of the time on many processors; some have none at all.
 q_element *&slot_of(q_queue &queue, uintptr_t key)
 {
+    if (key < queue.slot_count) return queue.slots[key];
     const auto small = static_cast<uint32_t>(key);
     return queue.slots[small == key ? small % queue.slot_count : key % queue.slot_count];
 }
