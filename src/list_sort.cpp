@@ -5,7 +5,10 @@
 //
 //     rest:  5 -> 2 -> 9 -> 4 -> null        sort(rest, 2) returns 5 -> 2 and leaves 9 -> 4
 //
-// The prev links are wrong meanwhile; they are set in one walk at the end.
+// The prev links are set in one walk at the end. Until then those of a long chain lead some items
+// ahead, so that the processor can be asked to fetch an item before the next merge gets there: the
+// items lie all over the memory by then, and waiting for one after the other would take most of the
+// time. What such a link leads to is never read, so it may be stale.
 #include "vnlib/list_sort.h"
 
 #include <utility>
@@ -15,16 +18,53 @@ namespace {
 
 using Compare = int (*)(list_link *a, list_link *b);
 
+// From so many items on a chain is too long for the caches near the processor.
+constexpr int kManyItems = 1 << 14;
+
+// The items merged last, in a ring: when one leaves it, it gets its link ahead.
+class LinksAhead {
+public:
+    explicit LinksAhead(list_link *first)
+    {
+        for (list_link *&item : last_) item = first;
+    }
+    void add(list_link *item)
+    {
+        __builtin_prefetch(item->prev);
+        std::exchange(last_[next_++ % kDistance], item)->prev = item;
+    }
+
+private:
+    static constexpr unsigned kDistance = 16;
+
+    list_link *last_[kDistance];
+    unsigned next_ = 0;
+};
+
+struct NoLinksAhead {
+    explicit NoLinksAhead(list_link *) {}
+    void add(list_link *) {}
+};
+
 // Of equal items the one of the second chain goes first: callers' orders rely on it.
+template <typename Ahead>
 list_link *merge(list_link *a, list_link *b, Compare compare)
 {
     list_link *merged = nullptr;
     list_link **tail = &merged;
+    Ahead ahead(a);
     while (a != nullptr && b != nullptr) {
-        list_link *&first = compare(a, b) > 0 ? a : b;
-        *tail = first;
-        tail = &first->next;
-        first = first->next;
+        list_link *item;
+        if (compare(a, b) > 0) {
+            item = a;
+            a = a->next;
+        } else {
+            item = b;
+            b = b->next;
+        }
+        ahead.add(item);
+        *tail = item;
+        tail = &item->next;
     }
     *tail = a != nullptr ? a : b;
     return merged;
@@ -45,15 +85,18 @@ list_link *take_one(list_link *&rest, bool last)
 list_link *sort(list_link *&rest, int count, bool last, Compare compare)
 {
     if (count < 2) return take_one(rest, last);
-    list_link *const first = sort(rest, count / 2, false, compare);
-    list_link *const second = sort(rest, count - count / 2, last, compare);
-    return merge(first, second, compare);
+    list_link *const first =
+        count < 4 ? take_one(rest, false) : sort(rest, count / 2, false, compare);
+    list_link *const second =
+        count == 2 ? take_one(rest, last) : sort(rest, count - count / 2, last, compare);
+    return (count < kManyItems ? merge<NoLinksAhead> : merge<LinksAhead>)(first, second, compare);
 }
 
 void close_ring(list_link &head, list_link *chain)
 {
     list_link *previous = &head;
     for (; chain != nullptr; chain = chain->next) {
+        __builtin_prefetch(chain->prev);
         previous->next = chain;
         chain->prev = previous;
         previous = chain;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <random>
+#include <utility>
 
 namespace {
 
@@ -179,6 +180,35 @@ TEST(ListSort, MakesTheComparisonsAndTheOrderOfThePlainSort)
             ASSERT_EQ(made, comparisons) << count << " items of " << different;
             ASSERT_EQ(sorted.serials(), expected.serials()) << count << " items of " << different;
         }
+}
+
+// Long chains are merged in a way of their own, with links that lead ahead.
+TEST(ListSort, MakesTheComparisonsAndTheOrderOfThePlainSortInLongLists)
+{
+    for (const size_t count : {16'383u, 16'384u, 40'001u}) {
+        const std::vector<int> keys = random_keys(count, 5000, 3);
+        List sorted(keys), expected(keys);
+        comparisons.clear();
+        __list_sort(&sorted.head, sorted.count(), ascending);
+        const std::vector<Comparison> made = std::exchange(comparisons, {});
+        plain_sort(expected.head, expected.count(), ascending);
+        ASSERT_TRUE(made == comparisons) << count;
+        ASSERT_TRUE(sorted.serials() == expected.serials()) << count;
+    }
+    comparisons = {};
+}
+
+TEST(ListSort, LosesNothingOfALongListWhenTheCountIsWrong)
+{
+    for (const int count : {16'384, 29'999, 30'001, 100'000}) {
+        List list(random_keys(30'000, 1000, 5));
+        __list_sort(&list.head, count, ascending);
+        std::vector<int> serials = list.serials();
+        ASSERT_EQ(serials.size(), 30'000u) << count;
+        std::sort(serials.begin(), serials.end());
+        EXPECT_EQ(serials.back(), 29'999) << count;
+    }
+    comparisons = {};
 }
 
 TEST(ListSort, SortsLongLists)
