@@ -1,5 +1,5 @@
 # clang and the LLVM C++ headers against Debian's musl; included by the *-musl.cmake tool chain
-# files, which say: musl_triple, musl_loader, gcc_lib_glob (start files and libgcc), machine_flags.
+# files, which say: musl_triple, musl_loader, gcc_lib_glob (libgcc), machine_flags.
 #
 # clang's own idea of this triple's directories is not Debian's, so every header directory and every
 # start file is given explicitly. Only headers of libc++ are used: nothing of it is linked.
@@ -12,7 +12,7 @@ set(CMAKE_CXX_COMPILER_TARGET ${musl_triple})
 set(musl_include /usr/include/${musl_triple})
 set(musl_lib /usr/lib/${musl_triple})
 file(GLOB gcc_lib_candidates ${gcc_lib_glob})
-list(GET gcc_lib_candidates -1 gcc_lib) # crtbegin, crtend and libgcc.a: integer division and the like
+list(GET gcc_lib_candidates -1 gcc_lib) # libgcc.a: integer division and the like
 execute_process(COMMAND clang -print-resource-dir OUTPUT_VARIABLE clang_resources
                 OUTPUT_STRIP_TRAILING_WHITESPACE)
 file(GLOB libcxx_candidates /usr/lib/llvm-*/include/c++/v1)
@@ -24,11 +24,12 @@ set(CMAKE_C_FLAGS_INIT "${machine_flags} ${system_headers}")
 set(CMAKE_CXX_FLAGS_INIT
     "${machine_flags} -D_LIBCPP_HAS_MUSL_LIBC -nostdinc++ -isystem ${libcxx_include} ${system_headers}")
 
+# The start files are those of C programs. A shared library without constructors needs none.
 set(link "-Wno-unused-command-line-argument -fuse-ld=lld -nostdlib -L${musl_lib}")
 set(CMAKE_EXE_LINKER_FLAGS_INIT
-    "${link} -no-pie -Wl,--dynamic-linker=${musl_loader} ${musl_lib}/crt1.o ${musl_lib}/crti.o ${gcc_lib}/crtbegin.o")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "${link} ${musl_lib}/crti.o ${gcc_lib}/crtbeginS.o")
-set(CMAKE_C_STANDARD_LIBRARIES "-lc ${gcc_lib}/libgcc.a ${gcc_lib}/crtend.o ${musl_lib}/crtn.o")
+    "${link} -no-pie -Wl,--dynamic-linker=${musl_loader} ${musl_lib}/crt1.o ${musl_lib}/crti.o ${musl_lib}/crtn.o")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${link}")
+set(CMAKE_C_STANDARD_LIBRARIES "-lc ${gcc_lib}/libgcc.a")
 set(CMAKE_CXX_STANDARD_LIBRARIES "${CMAKE_C_STANDARD_LIBRARIES}")
 
 set(CMAKE_FIND_ROOT_PATH ${musl_include} ${musl_lib})

@@ -281,6 +281,6 @@ int str2bool(const char *text)
 
 const char *get_si_unit(uint64_t bytes)
 {
-    return kUnits[(std::bit_width(bytes | 1) - 1) / 10];
+    return kUnits[static_cast<unsigned>(std::bit_width(bytes | 1) - 1) / 10];
 }
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace vn::memcheck {
 
@@ -10,9 +9,11 @@ class Decimal {
 public:
     explicit Decimal(int32_t value, int least_digits = 1)
     {
-        int32_t rest = value;
+        // Unsigned, as INT32_MIN has no positive counterpart.
+        uint32_t rest =
+            value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
         for (int digits = 0; digits < least_digits || rest != 0; ++digits, rest /= 10)
-            *--text_ = static_cast<char>('0' + abs(rest % 10));
+            *--text_ = static_cast<char>('0' + rest % 10);
         if (value < 0) *--text_ = '-';
     }
     Decimal(const Decimal &) = delete; // text_ points into itself

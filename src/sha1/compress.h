@@ -15,8 +15,8 @@ namespace vn::sha1 {
 constexpr size_t kStateWords = 5;
 
 // The round constants of FIPS 180-4, section 4.2.1, each for 20 rounds.
-constexpr std::array<uint32_t, 4> kRoundConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
-                                                     0xCA62C1D6};
+inline constexpr std::array<uint32_t, 4> kRoundConstants = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC,
+                                                            0xCA62C1D6};
 
 void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count);
 void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count); // the small one

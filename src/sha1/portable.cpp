@@ -70,13 +70,14 @@ void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count)
         uint32_t words[kRounds + kStateWords];
         uint32_t *v = words + kRounds;
         for (size_t i = 0; i < kStateWords; ++i) v[i] = state[i];
-        for (size_t round = 0; round < kRounds; ++round) {
-            const size_t stage = round / kStageRounds;
-            const uint32_t sum = v[4] + kRoundConstants[stage] + w[round] +
-                                 mixed(stage, v[1], v[2], v[3]) + std::rotl(v[0], 5);
-            v[1] = std::rotl(v[1], 30);
-            *--v = sum;
-        }
+        const uint32_t *word = w;
+        for (size_t stage = 0; stage < kRoundConstants.size(); ++stage)
+            for (size_t round = 0; round < kStageRounds; ++round) {
+                const uint32_t sum = v[4] + kRoundConstants[stage] + *word++ +
+                                     mixed(stage, v[1], v[2], v[3]) + std::rotl(v[0], 5);
+                v[1] = std::rotl(v[1], 30);
+                *--v = sum;
+            }
         for (size_t i = 0; i < kStateWords; ++i) state[i] += v[i];
     }
 }

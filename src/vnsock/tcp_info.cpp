@@ -24,7 +24,7 @@ constexpr socklen_t kRecordSize = 104;
 enum class Kind : unsigned char { kByte, kLowNibble, kHighNibble, kWord };
 
 struct Field {
-    const char *label;
+    char label[15]; // in place: pointers would be filled in at every start of a program
     unsigned char offset;
     Kind kind;
 };
