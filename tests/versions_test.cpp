@@ -10,6 +10,7 @@
 
 #include "crc32c/extend.h"
 #include "md5/compress.h"
+#include "scsi/texts.h"
 #include "sha1/compress.h"
 #include "sha256/compress.h"
 #include "support/buffers.h"
@@ -239,6 +240,22 @@ TEST(SmallVersions, OfTheChecksumAgreeWithTheFastOne)
         const uint32_t state = length * 0x9E37'79B9u;
         ASSERT_EQ(crc::extend_portable<1>(state, bytes.data(), length),
                   crc::extend_portable<crc::kFastTables>(state, bytes.data(), length));
+    }
+}
+
+struct Titled {
+    vn::scsi::Literal text;
+};
+constexpr Titled kTitles[] = {{"A"}, {""}, {"three"}, {"A"}, {"five, the second start"},
+                              {""},  {"7"}};
+
+TEST(SmallVersions, OfTextListsHaveTheSameTexts)
+{
+    const std::vector<std::string> expected = {"A", "", "three", "A", "five, the second start",
+                                               "",  "7"};
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ((vn::scsi::text_by_number<kTitles, 1>(i)), expected[i]);
+        EXPECT_EQ((vn::scsi::text_by_number<kTitles, 4>(i)), expected[i]);
     }
 }
 

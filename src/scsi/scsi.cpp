@@ -2,10 +2,10 @@
 //
 // The long tables are *.tsv beside this file: one row a line, to be read beside T10's lists and
 // corrected with any editor. The build turns each into ROW(...) lines, and the compiler turns those
-// into pools of text (texts.h) and into indexes, so that no look-up searches a table:
+// into pools of text (texts.h) and into indexes, so that no look-up searches a whole table:
 //
-//     sense code   asc -> its first cell, + ascq -> start of the text
-//     descriptor   code / 32 -> the few rows of that standard
+//     sense code   asc -> its few rows, one of which has the ascq
+//     descriptor   code / 128 -> the few rows of four standards
 //     all others   the code is the row
 #include "vnlib/scsi.h"
 
@@ -61,66 +61,50 @@ constexpr SenseCode kSenseCodes[] = {
 #undef ROW
     {0xFF, 0xFF, "Unknown ASC/ASCQ"}, // what every pair without a row gets
 };
-constexpr size_t kUnknownSenseCode = std::size(kSenseCodes) - 1;
-
 static_assert(ascend(kSenseCodes, [](const SenseCode &row) { return row.asc << 8 | row.ascq; }),
               "asc-ascq.tsv is in ascending order, each pair once");
+
+constexpr size_t kUnknownSenseCode = std::size(kSenseCodes) - 1;
 
 // The codes whose qualifier is a number answer, whatever it is, with the text that has their own
 // place in the whole list: the first of them with the first text, and so on. Whoever reads our logs
 // has always seen these.
-struct NumberedCode {
-    uint8_t asc;
-    uint16_t start;
-};
-consteval auto numbered_codes()
-{
-    constexpr uint8_t kCodes[] = {
+constexpr uint8_t kNumberedCodes[] = {
 #define ROW(asc, ascq, text) 0x##asc,
 #include "scsi/asc-only.inc"
 #undef ROW
-    };
-    std::array<NumberedCode, std::size(kCodes)> list{};
-    for (size_t i = 0; i < list.size(); ++i) list[i] = {kCodes[i], kStarts<kSenseCodes>[i]};
-    return list;
-}
-constexpr auto kNumberedCodes = numbered_codes();
+};
 
-// For each ASC, where its cells begin; it has one for each ASCQ up to its last.
+// For each ASC, its first row.
 constexpr size_t kAscs = kSenseCodes[kUnknownSenseCode - 1].asc + size_t{1};
-consteval std::array<uint16_t, kAscs + 1> first_cells()
+consteval std::array<uint16_t, kAscs + 1> first_sense_rows()
 {
     std::array<uint16_t, kAscs + 1> first{};
-    for (size_t i = 0; i < kUnknownSenseCode; ++i) {
-        first[kSenseCodes[i].asc + size_t{1}] = static_cast<uint16_t>(kSenseCodes[i].ascq + 1);
-    }
+    for (size_t row = 0; row < kUnknownSenseCode; ++row) ++first[kSenseCodes[row].asc + size_t{1}];
     for (size_t asc = 0; asc < kAscs; ++asc)
         first[asc + 1] = static_cast<uint16_t>(first[asc + 1] + first[asc]);
     return first;
 }
-constexpr std::array<uint16_t, kAscs + 1> kFirstCell = first_cells();
+constexpr std::array<uint16_t, kAscs + 1> kFirstSenseRow = first_sense_rows();
 
-consteval std::array<uint16_t, kFirstCell[kAscs]> sense_cells()
+consteval auto qualifiers()
 {
-    std::array<uint16_t, kFirstCell[kAscs]> cells;
-    cells.fill(kStarts<kSenseCodes>[kUnknownSenseCode]);
-    for (size_t i = 0; i < kUnknownSenseCode; ++i) {
-        cells[kFirstCell[kSenseCodes[i].asc] + size_t{kSenseCodes[i].ascq}] =
-            kStarts<kSenseCodes>[i];
-    }
-    return cells;
+    std::array<uint8_t, kUnknownSenseCode> list{};
+    for (size_t row = 0; row < list.size(); ++row) list[row] = kSenseCodes[row].ascq;
+    return list;
 }
-constexpr std::array<uint16_t, kFirstCell[kAscs]> kSenseCells = sense_cells();
+constexpr std::array<uint8_t, kUnknownSenseCode> kQualifiers = qualifiers();
 
-uint16_t sense_text_start(unsigned asc, unsigned ascq)
+size_t sense_row(unsigned asc, unsigned ascq)
 {
-    for (const NumberedCode &code : kNumberedCodes) {
-        if (asc == code.asc) return code.start;
+    for (size_t row = 0; row < std::size(kNumberedCodes); ++row) {
+        if (asc == kNumberedCodes[row]) return row;
     }
-    constexpr uint16_t kUnknown = kStarts<kSenseCodes>[kUnknownSenseCode];
-    if (asc >= kAscs) return kUnknown;
-    const unsigned cell = kFirstCell[asc] + ascq;
-    return cell < kFirstCell[asc + 1] ? kSenseCells[cell] : kUnknown;
+    if (asc >= kAscs) return kUnknownSenseCode;
+    for (size_t row = kFirstSenseRow[asc]; row < kFirstSenseRow[asc + 1]; ++row) {
+        if (kQualifiers[row] == ascq) return row;
+    }
+    return kUnknownSenseCode;
 }
 
 // ---- commands ----
@@ -242,8 +226,8 @@ static_assert(ascend(standards_list, [](const scsi_standard &row) { return row.c
 namespace vn::scsi {
 namespace {
 
-// T10 gives a standard 32 codes: one group. Where each group's rows begin:
-constexpr size_t kCodesOfAGroup = 32;
+// T10 gives a standard 32 codes; four standards are a group. Where each group's rows begin:
+constexpr size_t kCodesOfAGroup = 4 * 32;
 constexpr size_t kGroups = standards_list[std::size(standards_list) - 1].code / kCodesOfAGroup + 1;
 consteval std::array<uint16_t, kGroups + 1> first_rows()
 {
@@ -270,7 +254,7 @@ const char *standard_text(uint16_t code)
 
 const char *get_ascascq_info(unsigned char asc, unsigned char ascq)
 {
-    return &kPool<kSenseCodes>[sense_text_start(asc, ascq)];
+    return text_by_number<kSenseCodes>(sense_row(asc, ascq));
 }
 
 const char *get_scsi_standard(uint16_t code)
