@@ -7,6 +7,7 @@
 #include <random>
 #include <thread>
 #include <unistd.h>
+#include <wchar.h>
 
 #include "support/sax_reference.h"
 
@@ -245,6 +246,223 @@ TEST(SaxAgainstThePlainWalk, DocumentsThroughAPipe)
         writer.join();
         outcome.position = static_cast<long>(document.size() - rest.size());
         ASSERT_EQ(outcome, parse_plainly(document));
+    }
+}
+
+// ---- the streams that a document may come from
+// -----------------------------------------------------------------------------------
+
+// How a stream over a document is made. Each is another way for its characters to be, or not to be,
+// in the stream's buffer; both parsers get one of the same kind.
+struct Kind {
+    const char *name;
+    FILE *(*open)(const std::string &document, size_t size); // a size to be used somehow, 1 to 40
+    int (*close)(FILE *) = fclose;
+};
+
+FILE *open_file(const std::string &document)
+{
+    FILE *const file = tmpfile();
+    fwrite(document.data(), 1, document.size(), file);
+    rewind(file);
+    return file;
+}
+
+FILE *open_with_buffer(const std::string &document, size_t size)
+{
+    static char buffer[64];
+    FILE *const file = open_file(document);
+    setvbuf(file, buffer, _IOFBF, size);
+    return file;
+}
+
+FILE *open_unbuffered(const std::string &document, size_t)
+{
+    FILE *const file = open_file(document);
+    setvbuf(file, nullptr, _IONBF, 0);
+    return file;
+}
+
+FILE *open_pipe(const std::string &document, size_t)
+{
+    int ends[2];
+    if (pipe(ends) != 0) return nullptr;
+    EXPECT_EQ(write(ends[1], document.data(), document.size()), ssize_t(document.size()));
+    close(ends[1]);
+    return fdopen(ends[0], "r");
+}
+
+FILE *open_command(const std::string &document, size_t)
+{
+    char name[] = "/tmp/sax_testXXXXXX";
+    const int fd = mkstemp(name);
+    EXPECT_EQ(write(fd, document.data(), document.size()), ssize_t(document.size()));
+    close(fd);
+    return popen((std::string("cat ") + name + "; rm " + name).c_str(), "r");
+}
+
+// Gives `size` bytes a call.
+struct Cookie {
+    std::string document;
+    size_t size, at = 0;
+
+    static ssize_t read(void *cookie, char *to, size_t most)
+    {
+        auto &self = *static_cast<Cookie *>(cookie);
+        const size_t count = self.document.copy(to, std::min(most, self.size), self.at);
+        self.at += count;
+        return static_cast<ssize_t>(count);
+    }
+    static int close(void *cookie)
+    {
+        delete static_cast<Cookie *>(cookie);
+        return 0;
+    }
+};
+FILE *open_cookie(const std::string &document, size_t size)
+{
+    return fopencookie(new Cookie{document, size}, "r",
+                       {Cookie::read, nullptr, nullptr, Cookie::close});
+}
+
+FILE *open_pushed_back(const std::string &document, size_t)
+{
+    FILE *const file = open_file(document.substr(1));
+    ungetc(document[0], file);
+    return file;
+}
+
+FILE *open_replaced(const std::string &document, size_t)
+{
+    FILE *const file = open_file("?" + document.substr(1));
+    fgetc(file);
+    ungetc(document[0], file); // not what was read
+    return file;
+}
+
+FILE *open_written_to(const std::string &document, size_t size)
+{
+    FILE *const file = open_file(document);
+    size = std::min(size, document.size());
+    fwrite(document.data(), 1, size, file);
+    fseek(file, 0, SEEK_CUR); // from here on it may be read
+    return file;
+}
+
+FILE *open_wide(const std::string &document, size_t)
+{
+    FILE *const narrow = open_file("w" + document);
+    FILE *const wide = fdopen(dup(fileno(narrow)), "r");
+    fclose(narrow);
+    EXPECT_EQ(fgetwc(wide), wint_t{'w'});
+    return wide; // no place for single bytes any more
+}
+
+const Kind kKinds[] = {
+    {"file", [](const std::string &document, size_t) { return open_file(document); }},
+    {"file with a small buffer", open_with_buffer},
+    {"unbuffered file", open_unbuffered},
+    {"pipe", open_pipe},
+    {"command", open_command, pclose},
+    {"cookie", open_cookie},
+    {"character pushed back at the start", open_pushed_back},
+    {"other character pushed back", open_replaced},
+    {"file that was written to", open_written_to},
+    {"wide stream", open_wide},
+};
+
+// What a parse sees and leaves: the stream's position, and the characters behind it.
+template <typename Parse>
+Outcome outcome_on(const Kind &kind, const std::string &document, size_t size, Parse parse)
+{
+    FILE *const stream = kind.open(document, size);
+    if (stream == nullptr) return {};
+    Outcome outcome;
+    outcome.result = parse(stream, outcome.events);
+    outcome.position = ftell(stream);
+    std::string rest;
+    for (int c = fgetc(stream); c != EOF; c = fgetc(stream)) rest += static_cast<char>(c);
+    outcome.events.push_back("rest " + rest);
+    kind.close(stream);
+    return outcome;
+}
+
+TEST(SaxStreams, OfEveryKindAreReadAndLeftAsByTheCharacter)
+{
+    std::mt19937 random(44);
+    for (const Kind &kind : kKinds) {
+        for (size_t i = 0; i < (kind.close == pclose ? 20 : 400); ++i) {
+            const std::string document = "<first>" + random_document(random);
+            const size_t size = 1 + i % 40;
+            const auto real = [](FILE *stream, Events &events) {
+                return sax_parse_file(stream, &kRecording, &events);
+            };
+            const auto plain = [](FILE *stream, Events &events) {
+                return sax_reference::Machine(stream, events).run();
+            };
+            ASSERT_EQ(outcome_on(kind, document, size, real),
+                      outcome_on(kind, document, size, plain))
+                << kind.name << ", " << size << ": " << document;
+        }
+    }
+}
+
+// Callbacks that look where the stream stands, read some of it and push something back.
+struct Meddler {
+    FILE *stream;
+    Events &events;
+
+    void meddle()
+    {
+        events.push_back("at " + std::to_string(ftell(stream)));
+        switch (events.size() / 2 % 5) {
+        case 1: events.back() += static_cast<char>(fgetc(stream)); break;
+        case 2: ungetc(fgetc(stream), stream); break;
+        case 3: ungetc('u', stream); break;
+        case 4:
+            for (int i = 0; i < 7; ++i) fgetc(stream);
+            break;
+        default: break;
+        }
+    }
+};
+template <auto Record, typename... Arguments>
+void record_and_meddle(Arguments... arguments, void *user)
+{
+    auto &meddler = *static_cast<Meddler *>(user);
+    Record(arguments..., &meddler.events);
+    meddler.meddle();
+}
+
+TEST(SaxStreams, MayBeMeddledWithByEveryCallback)
+{
+    using namespace sax_reference;
+    constexpr sax_callbacks kMeddling = {
+        record_and_meddle<on_start, const char *, const sax_attribute *>,
+        record_and_meddle<on_end, const char *>,
+        nullptr,
+        nullptr,
+        record_and_meddle<on_text, const char *, size_t>,
+        record_and_meddle<on_comment, const char *>,
+        record_and_meddle<on_error, const char *>};
+    std::mt19937 random(45);
+    for (const Kind &kind : kKinds) {
+        if (kind.close == pclose) continue;
+        for (size_t i = 0; i < 400; ++i) {
+            const std::string document = "<first>" + random_document(random);
+            const size_t size = 1 + i % 40;
+            const auto real = [&](FILE *stream, Events &events) {
+                Meddler meddler{stream, events};
+                return sax_parse_file(stream, &kMeddling, &meddler);
+            };
+            const auto plain = [](FILE *stream, Events &events) {
+                Meddler meddler{stream, events};
+                return sax_reference::Machine(stream, events, [&] { meddler.meddle(); }).run();
+            };
+            ASSERT_EQ(outcome_on(kind, document, size, real),
+                      outcome_on(kind, document, size, plain))
+                << kind.name << ", " << size << ": " << document;
+        }
     }
 }
 

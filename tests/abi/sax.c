@@ -64,8 +64,46 @@ static int parse(const char *document, const char *expected)
     return result;
 }
 
+/* Wherever the C library keeps the characters, the stream is left behind the last one acted on. */
+static FILE *stream_read;
+static char stream_buffer[64];
+
+static void read_three(const char *name, const struct sax_attribute *attributes, void *user)
+{
+    on_start(name, attributes, user);
+    CHECK(getc(stream_read) == 'r' && getc(stream_read) == '<' && getc(stream_read) == '>');
+}
+
+static void leaves_the_stream_in_place(int mode, size_t size)
+{
+    char rest[8] = "";
+    struct sax_callbacks callbacks;
+    memset(&callbacks, 0, sizeof callbacks);
+    callbacks.start_element = read_three;
+    callbacks.text = on_text;
+    callbacks.error = on_error;
+    stream_read = tmpfile();
+    if (stream_read == NULL) return;
+    fputs("<aa long=\"value of an attribute\">r<>one\ntwo of a line that is long<b>r<>>rest",
+          stream_read);
+    rewind(stream_read);
+    setvbuf(stream_read, stream_buffer, mode, size);
+    CHECK(ungetc('<', stream_read) == '<' && getc(stream_read) == '<');
+    CHECK(ungetc(' ', stream_read) == ' '); /* in front of all */
+    seen[0] = '\0';
+    CHECK(sax_parse_file(stream_read, &callbacks, seen) == -1);
+    CHECK_TEXT(seen, "text  ;start aa; name long; value value of an attribute;"
+                     "text one\ntwo of a line that is long;start b;error Invalid XML Document;");
+    CHECK(fgets(rest, sizeof rest, stream_read) != NULL);
+    CHECK_TEXT(rest, "rest");
+    fclose(stream_read);
+}
+
 int main(void)
 {
+    size_t size;
+    for (size = 1; size <= sizeof stream_buffer; ++size) leaves_the_stream_in_place(_IOFBF, size);
+    leaves_the_stream_in_place(_IONBF, 0);
     CHECK(parse("<a x=\"1\" y=\"2\">hi</a>",
                 "start a; name y; value 2; name x; value 1;text hi;end a;") == 0);
     CHECK(parse("<br/>", "start br;end br;") == 0);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -43,7 +44,12 @@ using Events = std::vector<std::string>;
 
 class Machine {
 public:
-    Machine(FILE *stream, Events &events) : stream_(stream), events_(events) {}
+    // `after_event` is called after each, where the real parser's caller is called back.
+    Machine(
+        FILE *stream, Events &events, std::function<void()> after_event = [] {})
+        : stream_(stream), events_(events), after_event_(std::move(after_event))
+    {
+    }
 
     int run()
     {
@@ -67,6 +73,11 @@ private:
         }
         return nullptr;
     }
+    void note(const std::string &event)
+    {
+        events_.push_back(event);
+        after_event_();
+    }
     int no_row(int c)
     {
         char text[256];
@@ -77,7 +88,7 @@ private:
     }
     bool error(const std::string &text)
     {
-        events_.push_back("error " + text);
+        note("error " + text);
         return false;
     }
     bool limited(std::string &buffer, char c)
@@ -94,7 +105,7 @@ private:
     }
     void text(std::string &buffer)
     {
-        events_.push_back("text " + std::to_string(buffer.size()) + " " + buffer);
+        note("text " + std::to_string(buffer.size()) + " " + buffer);
         buffer.clear();
     }
     void start()
@@ -104,9 +115,9 @@ private:
             event += std::string(" [") + attribute->first.c_str() + "=" +
                      attribute->second.c_str() + "]";
         }
-        events_.push_back(event);
+        note(event);
     }
-    void end() { events_.push_back("end " + name_); }
+    void end() { note("end " + name_); }
     void finish()
     {
         name_.clear();
@@ -145,7 +156,7 @@ private:
         case 13: return error("Invalid XML Document");
         case 14: return error("Unsupported XML Encountered");
         case 15:
-            events_.push_back(std::string("comment ") + comment_.c_str());
+            note(std::string("comment ") + comment_.c_str());
             comment_.clear();
             return true;
         default: return entity();
@@ -154,6 +165,7 @@ private:
 
     FILE *stream_;
     Events &events_;
+    std::function<void()> after_event_;
     unsigned state_ = 0, line_ = 0;
     std::string name_, attr_name_, attr_value_, text_, comment_, entity_;
     std::vector<std::pair<std::string, std::string>> attributes_;

@@ -3,8 +3,8 @@
 //     state_machine          what is accepted: 51 rows, the first that fits counts (public)
 //          | at compile time
 //          v
-//     kClassOf, kSteps       the same as two look-ups: byte to class, state x class to step
-//     kRuns                  what each state appends without being left: most of a document
+//     kClassOf, kSteps       the same as two look-ups: byte to class, class x state to step
+//     kRuns, kStoppers       what each state appends without being left: most of a document
 //          |
 //          v
 //     Parser                 fills buffers, calls back; knows no XML beyond the actions
@@ -14,15 +14,22 @@
 //
 // Invariant: between two characters every byte of the stream up to here has been acted on and none
 // behind it has been read, so that callbacks and whoever reads the stream after us see it in its
-// place. That rules out reading ahead into a buffer of our own: a pipe cannot be put back.
+// place. That rules out reading ahead into a buffer of our own: a pipe cannot be put back. What the
+// stream itself has read ahead may be looked at (input.h), and is told what was taken of it before
+// anyone else can see the difference.
 #include "vnlib/sax.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <span>
 #include <string_view>
+
+#include "sax/blocks.h"
+#include "sax/input.h"
 
 namespace vn::sax {
 namespace {
@@ -68,6 +75,7 @@ enum Action : uint8_t {
     kEndEntity,
     kNoRow, // not in the table: what a byte without a row leads to
 };
+constexpr uint8_t kLineFeed = 0x80; // added to every action of a line feed, for counting lines
 constexpr size_t kBuffers = kAppendEntity + 1;
 constexpr bool appends(uint8_t action)
 {
@@ -189,7 +197,7 @@ consteval Classes classes()
     constexpr auto kColumns = columns();
     Classes found;
     for (size_t byte = 0; byte < 256; ++byte) {
-        size_t same = 0;
+        size_t same = byte == '\n' ? found.count : 0;
         while (same < found.count && kColumns[found.example[same]] != kColumns[byte]) ++same;
         if (same == found.count) found.example[found.count++] = static_cast<uint8_t>(byte);
         found.of_byte[byte] = static_cast<uint8_t>(same);
@@ -199,44 +207,83 @@ consteval Classes classes()
 constexpr size_t kClasses = classes().count;
 constexpr std::array<uint8_t, 256> kClassOf = classes().of_byte;
 
-consteval std::array<std::array<Step, kClasses>, kStates> steps()
+// By class first: which row it is does not depend on the steps before, so that only the last
+// look-up has to wait for them.
+consteval std::array<Column, kClasses> steps()
 {
     constexpr auto kColumns = columns();
     constexpr auto kExample = classes().example;
-    std::array<std::array<Step, kClasses>, kStates> table{};
-    for (size_t state = 0; state < kStates; ++state) {
-        for (size_t i = 0; i < kClasses; ++i) table[state][i] = kColumns[kExample[i]][state];
+    std::array<Column, kClasses> table{};
+    for (size_t i = 0; i < kClasses; ++i) {
+        for (size_t state = 0; state < kStates; ++state) {
+            table[i][state] = kColumns[kExample[i]][state];
+            if (kExample[i] == '\n') table[i][state].action |= kLineFeed;
+        }
     }
     return table;
 }
-constexpr std::array<std::array<Step, kClasses>, kStates> kSteps = steps();
+constexpr std::array<Column, kClasses> kSteps = steps();
 
-Step step_for(uint8_t state, int c)
+Step step_for(size_t state, int c)
 {
-    return kSteps[state][kClassOf[static_cast<unsigned char>(c)]];
+    return kSteps[kClassOf[static_cast<unsigned char>(c)]][state];
 }
 
-// What a state appends without being left: the classes, one bit each, and the action that does it.
-// Line feeds are left out, so that they are counted where all other characters pass.
-struct Run {
-    uint32_t classes = 0;
-    uint32_t action = 0;
-};
-consteval std::array<Run, kStates> runs()
+// What each state appends without being left: the classes, one bit each. Line feeds are not among
+// them, so that they are counted where single characters pass.
+consteval std::array<uint32_t, kStates> runs()
 {
     static_assert(kClasses <= 32);
-    std::array<Run, kStates> of_state{};
+    std::array<uint32_t, kStates> of_state{};
     for (size_t state = 0; state < kStates; ++state) {
         for (size_t i = 0; i < kClasses; ++i) {
-            const Step step = kSteps[state][i];
-            if (!appends(step.action) || step.next != state || i == kClassOf['\n']) continue;
-            of_state[state].classes |= uint32_t{1} << i;
-            of_state[state].action = step.action;
+            const Step step = kSteps[i][state];
+            if (appends(step.action) && step.next == state) of_state[state] |= uint32_t{1} << i;
         }
     }
     return of_state;
 }
-constexpr std::array<Run, kStates> kRuns = runs();
+constexpr std::array<uint32_t, kStates> kRuns = runs();
+
+constexpr bool goes_on(uint32_t run, unsigned char c)
+{
+    return (run >> kClassOf[c] & 1) != 0;
+}
+
+// A run is copied into the buffer of the character that led to it.
+consteval bool runs_stay_in_one_buffer()
+{
+    for (const Column &column : kSteps) {
+        for (const Step &step : column) {
+            for (size_t i = 0; appends(step.action) && i < kClasses; ++i) {
+                const bool in_run = (kRuns[step.next] >> i & 1) != 0;
+                if (in_run && kSteps[i][step.next].action != step.action) return false;
+            }
+        }
+    }
+    return true;
+}
+static_assert(runs_stay_in_one_buffer());
+
+// The same the other way round, for text, values and comments: the few characters that end the run.
+// In other states there are too many; theirs stay zero.
+consteval std::array<Stoppers, kStates> all_stoppers()
+{
+    std::array<Stoppers, kStates> of_state{};
+    for (size_t state = 0; state < kStates; ++state) {
+        Stoppers stoppers{};
+        size_t count = 0;
+        for (size_t byte = 0; byte < 256; ++byte) {
+            if (goes_on(kRuns[state], static_cast<unsigned char>(byte))) continue;
+            if (count < stoppers.size())
+                std::fill(&stoppers[count], stoppers.end(), static_cast<uint8_t>(byte));
+            ++count;
+        }
+        if (count <= stoppers.size()) of_state[state] = stoppers;
+    }
+    return of_state;
+}
+constexpr std::array<Stoppers, kStates> kStoppers = all_stoppers();
 
 // ---- the machine ----
 
@@ -254,27 +301,6 @@ struct Buffer {
         return bytes;
     }
 };
-
-// What gather() found: how many characters it stored, and the one that stopped it, or EOF.
-struct Gathered {
-    uint32_t length;
-    int stopper;
-};
-
-// Stores what the stream gives into `out`, at most `room` characters, as long as it is of
-// `classes`. Most bytes of a document pass here. `out` is restricted because a store through a char
-// pointer might change anything, the stream's read position too, which would then be fetched again
-// every time.
-Gathered gather(FILE *stream, char *__restrict out, uint32_t room, uint32_t classes)
-{
-    uint32_t length = 0;
-    int c;
-    while ((c = getc_unlocked(stream)) != EOF) {
-        if ((classes >> kClassOf[static_cast<unsigned char>(c)] & 1) == 0 || length == room) break;
-        out[length++] = static_cast<char>(c);
-    }
-    return {length, c};
-}
 
 struct Entity {
     char name[5]; // an array, not a pointer: nothing to relocate
@@ -297,8 +323,8 @@ public:
     [[nodiscard]] bool parse();
 
 private:
-    int next();
-    [[nodiscard]] bool perform(uint8_t action, int c);
+    size_t copy_run(char *to, std::span<const unsigned char> from, size_t state);
+    [[nodiscard]] bool perform(uint8_t action, size_t state, int c);
 
     [[nodiscard]] bool append_limited(Buffer &buffer, int c);
     void append_in_parts(Buffer &buffer, int c);
@@ -312,7 +338,7 @@ private:
     void end_entity();
 
     [[nodiscard]] bool fail(const char *message);
-    [[nodiscard]] bool fail_without_row(int c);
+    [[nodiscard]] bool fail_without_row(size_t state, int c);
 
     Buffer buffers_[kBuffers];
     sax_attribute *attributes_ = nullptr;
@@ -320,33 +346,43 @@ private:
     void *const user_;
     FILE *const stream_;
     unsigned lines_ = 0;
-    uint8_t state_ = kContent;
 };
 
 bool Parser::parse()
 {
-    for (int c; (c = next()) != EOF;) {
-        const Step step = step_for(state_, c);
-        if (!perform(step.action, c)) return false;
-        state_ = step.next;
+    Input input(stream_);
+    size_t state = kContent;
+    for (int c; (c = input.get()) != EOF;) {
+        const Step step = step_for(state, c);
+        if (appends(step.action) && !buffers_[step.action].full()) {
+            Buffer &buffer = buffers_[step.action];
+            buffer.append(c);
+            const size_t more = copy_run(buffer.bytes + buffer.length,
+                                         input.ahead(kCapacity - buffer.length), step.next);
+            buffer.length += static_cast<uint32_t>(more);
+            input.take(more);
+        } else if (step.action != kNothing) {
+            if ((step.action & kLineFeed) != 0) ++lines_;
+            input.commit(); // it may call back
+            if (!perform(step.action & ~kLineFeed, state, c)) return false;
+            input.resume();
+        }
+        state = step.next;
     }
     return true;
 }
 
-// Appends what leaves the state as it is; returns the first character, or EOF, that needs a closer
-// look.
-int Parser::next()
+// Copies what goes on with the run of a state; says how much. Most bytes of a document pass here.
+inline size_t Parser::copy_run(char *__restrict to, std::span<const unsigned char> from,
+                               size_t state)
 {
-    const Run run = kRuns[state_];
-    Buffer &buffer = buffers_[run.action];
-    const Gathered got =
-        gather(stream_, buffer.bytes + buffer.length, kCapacity - buffer.length, run.classes);
-    buffer.length += got.length;
-    if (got.stopper == '\n') ++lines_;
-    return got.stopper;
+    size_t length = kStoppers[state][0] != 0 ? copy_blocks(to, from, kStoppers[state], lines_) : 0;
+    for (; length < from.size() && goes_on(kRuns[state], from[length]); ++length)
+        to[length] = static_cast<char>(from[length]);
+    return length;
 }
 
-bool Parser::perform(uint8_t action, int c)
+bool Parser::perform(uint8_t action, size_t state, int c)
 {
     switch (action) {
     case kAppendName:
@@ -375,7 +411,7 @@ bool Parser::perform(uint8_t action, int c)
     case kUnsupported: return fail("Unsupported XML Encountered");
     case kEndComment: end_comment(); return true;
     case kEndEntity: end_entity(); return true;
-    case kNoRow: return fail_without_row(c);
+    case kNoRow: return fail_without_row(state, c);
     default: return fail("Illegal XML State");
     }
 }
@@ -468,13 +504,13 @@ bool Parser::fail(const char *message)
     return false;
 }
 
-bool Parser::fail_without_row(int c)
+bool Parser::fail_without_row(size_t state, int c)
 {
     const bool printable = c >= ' ' && c <= '~'; // whatever the locale
     char message[256];
     snprintf(message, sizeof message,
              printable ? "%s (%u: '%c') on line %u." : "%s (%u: %#.2x) on line %u.",
-             "Invalid XML Document: Invalid State", unsigned{state_}, c, lines_);
+             "Invalid XML Document: Invalid State", static_cast<unsigned>(state), c, lines_);
     return fail(message);
 }
 
