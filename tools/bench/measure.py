@@ -19,7 +19,7 @@ import time
 import results
 
 PASSES = 5
-MINIMUM = 0.05  # seconds a row
+MINIMUM = 0.02  # seconds a row
 QUICK_MINIMUM = 0.002
 QUICK_SECONDS = 40
 DIGIT = "[0-9]"
