@@ -6,6 +6,7 @@ endfunction()
 
 vnlib_script_test(headers_test ${PROJECT_SOURCE_DIR}/include ${CMAKE_C_COMPILER} ${CMAKE_CXX_COMPILER})
 vnlib_script_test(include_graph_test ${PROJECT_SOURCE_DIR})
+vnlib_script_test(bench_tools_test ${PROJECT_SOURCE_DIR})
 vnlib_script_test(readme_test ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/include
   $<TARGET_FILE:vnlib> ${CMAKE_C_COMPILER})
 set_tests_properties(readme_test PROPERTIES ENVIRONMENT "SANITIZE=${VNLIB_SANITIZE}")
