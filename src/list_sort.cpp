@@ -82,9 +82,9 @@ list_link *take_one(list_link *&rest, bool last)
     return taken;
 }
 
+// At least two items.
 list_link *sort(list_link *&rest, int count, bool last, Compare compare)
 {
-    if (count < 2) return take_one(rest, last);
     list_link *const first =
         count < 4 ? take_one(rest, false) : sort(rest, count / 2, false, compare);
     list_link *const second =
