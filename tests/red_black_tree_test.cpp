@@ -421,6 +421,24 @@ TEST(RbDeleteNode, RebalancesOnTheWayDownLikeThePlainTranscript)
     }
 }
 
+// A descent that only ever turned right reads ahead in a way of its own, until it turns left.
+TEST(RbCreateNode, RebalancesKeysInOrderLikeThePlainTranscript)
+{
+    std::mt19937_64 random(12);
+    for (const unsigned dips : {1000u, 10u, 3u}) { // one key in so many goes back by a few
+        rb_node *tree = nullptr;
+        Plain plain;
+        for (uint64_t key = 1000; key < 1600; key += 2) {
+            const uint64_t inserted = random() % dips == 0 ? key - random() % 64 : key;
+            tree = add(tree, inserted);
+            plain.insert(inserted);
+            expect_same_shape(tree->link[0], plain.root);
+            if (HasFatalFailure()) return;
+        }
+        destroy(tree);
+    }
+}
+
 // --- invariants ----------------------------------------------------------------------------------
 
 void live_beside_a_model(unsigned seed, uint64_t range, int steps)
