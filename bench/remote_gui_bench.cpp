@@ -1,0 +1,132 @@
+// The Remote GUI's relay beside others that bring a client to a server behind another machine:
+// socat twice over, ssh -L, and bytes that are moved within the kernel (splice). All ends are
+// processes of their own on this machine, linked by a Unix socket (vnlib) or by TCP, so that the
+// times are real times: what counts is when the client has its answer.
+//
+// Sizes are bytes; of requests, bytes of the answer.
+#include "bench.h"
+
+#include <array>
+#include <cstring>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "relays.h"
+
+using relays::Order;
+using relays::Way;
+
+namespace {
+
+constexpr size_t kRequest = 300; // bytes of a request
+constexpr size_t kClients = 16;
+
+const std::vector<Way> &ways()
+{
+    static const std::vector<Way> all = relays::start();
+    return all;
+}
+
+// A connection for as long as it is in scope.
+class Client {
+public:
+    explicit Client(const Way &way) : fd_(relays::connect_to(way.port)) {}
+    Client(Client &&from) noexcept : fd_(std::exchange(from.fd_, -1)) {}
+    ~Client() { close(fd_); }
+
+    bool ask(size_t upload, size_t download) const
+    {
+        static const std::vector<char> zeros(64 << 20);
+        const Order order{static_cast<uint32_t>(upload), static_cast<uint32_t>(download)};
+        if (upload > kRequest)
+            return relays::write_all(fd_, &order, sizeof order) &&
+                   relays::write_all(fd_, zeros.data(), upload);
+        std::array<char, sizeof order + kRequest> whole{};
+        memcpy(whole.data(), &order, sizeof order);
+        return relays::write_all(fd_, whole.data(), sizeof order + upload);
+    }
+    bool receive(size_t download) const { return relays::read_all(fd_, download); }
+
+private:
+    int fd_;
+};
+
+template <typename Step>
+void repeat(benchmark::State &state, Step step)
+{
+    for (auto _ : state) {
+        if (step()) continue;
+        state.SkipWithError("the connection broke");
+        return;
+    }
+}
+
+void download(benchmark::State &state, const Way &way, size_t size)
+{
+    const Client client(way);
+    repeat(state, [&] { return client.ask(0, size) && client.receive(size); });
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
+}
+
+void upload(benchmark::State &state, const Way &way, size_t size)
+{
+    const Client client(way);
+    repeat(state, [&] { return client.ask(size, 1) && client.receive(1); });
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
+}
+
+// One client that sends its next request when it has the answer.
+void latency(benchmark::State &state, const Way &way, size_t size)
+{
+    const Client client(way);
+    repeat(state, [&] { return client.ask(kRequest, size) && client.receive(size); });
+}
+
+// Many clients, each with a request under way.
+void requests(benchmark::State &state, const Way &way, size_t size)
+{
+    std::vector<Client> clients;
+    for (size_t i = 0; i < kClients; ++i) clients.emplace_back(way);
+    repeat(state, [&] {
+        bool good = true;
+        for (const Client &client : clients) good = good && client.ask(kRequest, size);
+        for (const Client &client : clients) good = good && client.receive(size);
+        return good;
+    });
+    state.SetItemsProcessed(state.iterations() * int64_t{kClients});
+}
+
+void connects(benchmark::State &state, const Way &way, size_t size)
+{
+    repeat(state, [&] {
+        const Client client(way);
+        return client.ask(kRequest, size) && client.receive(size);
+    });
+}
+
+struct Operation {
+    const char *name;
+    void (*run)(benchmark::State &, const Way &, size_t);
+    size_t size;
+};
+constexpr Operation kOperations[] = {
+    {"download", download, 64 << 20}, {"download", download, 1 << 16}, {"upload", upload, 64 << 20},
+    {"upload", upload, 1 << 16},      {"latency", latency, 1000},      {"requests", requests, 1000},
+    {"connects", connects, 1000},
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    for (const Way &way : ways()) {
+        for (const Operation &operation : kOperations) {
+            benchmark::RegisterBenchmark(
+                bench::row(operation.name, way.who, operation.size).c_str(),
+                [&](benchmark::State &state) { operation.run(state, way, operation.size); })
+                ->UseRealTime();
+        }
+    }
+    return bench::run(argc, argv, [] { return !ways().empty(); });
+}
