@@ -1,8 +1,10 @@
 #include "vnlib/corelink_lex.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <random>
+#include <string_view>
 #include <thread>
 
 #include "support/capture.h"
@@ -45,9 +47,11 @@ Token punctuation(char mark)
 }
 const Token other{kOther, ""};
 
-std::vector<Token> rest_of(void *scanner)
+using Tokens = std::vector<Token>;
+
+Tokens rest_of(void *scanner)
 {
-    std::vector<Token> tokens;
+    Tokens tokens;
     clparse_lex_value value;
     while (const int number = yylex(&value, scanner)) {
         Token token{number, ""};
@@ -62,13 +66,11 @@ std::vector<Token> rest_of(void *scanner)
     return tokens;
 }
 
-std::vector<Token> tokens_of(const std::string &text)
+Tokens tokens_of(const std::string &text)
 {
     const Scanner scanner(text);
     return rest_of(scanner);
 }
-
-using Tokens = std::vector<Token>;
 
 // A stream that gives `text`.
 class Stream {
@@ -86,6 +88,66 @@ public:
 private:
     FILE *file_;
 };
+
+// How long the string at the front of a text is with its quotes; 1 when nothing closes it.
+size_t string_length(std::string_view text)
+{
+    for (size_t at = 1; at < text.size(); ++at) {
+        if (text[at] == '"') return at + 1;
+        if (text[at] == '\\' && (++at == text.size() || text[at] == '\n')) return 1;
+    }
+    return 1;
+}
+
+// The words of a text, found by plain loops.
+Tokens words_of(std::string_view text)
+{
+    const auto run = [&](auto belongs, size_t length = 0) {
+        while (length < text.size() && belongs(static_cast<unsigned char>(text[length]))) ++length;
+        return length;
+    };
+    Tokens words;
+    while (!text.empty()) {
+        const char first = text.front();
+        int number = kOther;
+        size_t length = 1;
+        if (std::string_view(" \t\r\n").find(first) != std::string_view::npos) {
+            number = 0;
+        } else if (std::string_view(",.=[]{}").find(first) != std::string_view::npos) {
+            number = first;
+        } else if (isdigit(first) != 0) {
+            number = kNumber;
+            length = run(isdigit);
+            const bool hex = first == '0' && text.size() > 2 && (text[1] | 0x20) == 'x';
+            if (hex && isxdigit(text[2]) != 0) length = run(isxdigit, 2);
+        } else if (first == '"') {
+            length = string_length(text);
+            if (length > 1) number = kString;
+        } else if (isalpha(first) != 0 || first == '_') {
+            length = run([](int c) { return isalnum(c) != 0 || c == '_'; });
+            if (length > 1) number = kIdentifier;
+            const std::string_view word = text.substr(0, length);
+            if (word == "true" || word == "false") number = kBoolean;
+        }
+        if (number != 0) words.push_back({number, std::string(text.substr(0, length))});
+        text.remove_prefix(length);
+    }
+    return words;
+}
+
+// The same, by the scanner.
+Tokens scanned_words(void *scanner)
+{
+    Tokens words;
+    clparse_lex_value value;
+    while (const int number = yylex(&value, scanner)) {
+        words.push_back({number, yyget_text(scanner)});
+        EXPECT_EQ(words.back().value.size(), static_cast<size_t>(yyget_leng(scanner)));
+        if (number == kIdentifier || number == kString)
+            vn_memcheck_free(free, value.text, "test:1");
+    }
+    return words;
+}
 
 } // namespace
 
@@ -241,6 +303,23 @@ TEST(CorelinkLex, AnUnclosedStringIsALoneQuote)
     EXPECT_EQ(tokens_of("\"ab"), (Tokens{other, {kIdentifier, "ab"}}));
     EXPECT_EQ(tokens_of("\""), (Tokens{other}));
     EXPECT_EQ(tokens_of("\"ab\\\""), (Tokens{other, {kIdentifier, "ab"}, other, other}));
+}
+
+TEST(CorelinkLex, FindsTheWordsThatPlainLoopsFind)
+{
+    std::mt19937 random(7);
+    const std::string alphabet = "00xX19afFtrue\"\"\"\\\\\n ,=.[_z-";
+    for (int i = 0; i < 20000; ++i) {
+        std::string text(random() % 24, ' ');
+        for (char &c : text) c = alphabet[random() % alphabet.size()];
+        const Scanner scanner(text);
+        ASSERT_EQ(scanned_words(scanner), words_of(text)) << text;
+        if (i % 10 != 0) continue;
+        const Stream stream(text);
+        const Scanner piecewise;
+        yy_switch_to_buffer(yy_create_buffer(stream, 1 + i % 7, piecewise), piecewise);
+        ASSERT_EQ(scanned_words(piecewise), words_of(text)) << "from a stream: " << text;
+    }
 }
 
 TEST(CorelinkLex, ThereAreNoComments)

@@ -83,24 +83,16 @@ struct_open:
     '{'                             { TAKE(builder.open_container()); }
 ;
 
-struct_close:
-    '}'
-;
-
 array_open:
     '['                             { TAKE(builder.open_container()); }
-;
-
-array_close:
-    ']'
 ;
 
 value:
     STRING                          { TAKE(builder.string_value($1)); }
 |   NUMBER                          { builder.number_value($1); }
 |   BOOLEAN                         { builder.boolean_value($1); }
-|   struct_open members struct_close    { builder.close_struct(); }
-|   array_open elements array_close     { builder.close_array(); }
+|   struct_open members '}'         { builder.close_struct(); }
+|   array_open elements ']'         { builder.close_array(); }
 ;
 
 %%

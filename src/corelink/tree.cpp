@@ -102,9 +102,14 @@ void release_list(clparse_node *list, Privates privates)
 
 clparse_node *new_record(const char *site, unsigned line)
 {
-    auto *const record = static_cast<clparse_node *>(
-        vn_memcheck_malloc(vn_malloc, sizeof(clparse_node), site, line));
-    if (record == nullptr || vn_reference_prep(&record->ref, nullptr, nullptr) == 0) return record;
+    auto *const record =
+        static_cast<clparse_node *>(vn_memcheck_malloc(malloc, sizeof(clparse_node), site, line));
+    if (record == nullptr) return nullptr;
+    record->tag = nullptr;
+    record->type = 0;
+    record->value.function = {};
+    record->parent = record->next = record->prev = nullptr;
+    if (vn_reference_prep(&record->ref, nullptr, nullptr) == 0) return record;
     vn_memcheck_free(vn_free, record, VN_CORELINK_HERE);
     return nullptr;
 }
