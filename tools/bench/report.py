@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """Shows what measure.py left in a directory: as a table, as JSON, as a plot and as a document.
 
-usage: report.py [--json file] [--plot file.svg]... [--doc file.md] directory-with-results [family...]
+usage: report.py [--json file] [--plot file.svg]... [--doc file.md [--section title table]...]
+                 directory-with-results [family...]
 
 Ratios are to the best peer of the same run; above 1 the library is faster.
 """
@@ -120,7 +121,7 @@ def short(size):
     return size
 
 
-def write_document(pairs, path):
+def write_document(pairs, sections, path):
     text = DOCUMENT_HEAD.format(machine=results.machine())
     for family, group in by_family(pairs):
         # Where a family has aims, its other rows are left to the table that is printed.
@@ -143,6 +144,9 @@ def write_document(pairs, path):
                 why += ("; " if why else "") + aim.missed
             text += (f"| {operation.replace('_', ' ')} | {figures} | {', '.join(peers) or '-'} | "
                      f"{aim.text() if aim is not None else '-'} | {why} |\n")
+    for title, table in sections:
+        if pathlib.Path(table).exists():
+            text += f"\n## {title}\n\n```text\n{pathlib.Path(table).read_text()}```\n"
     path.write_text(text)
 
 
@@ -151,6 +155,7 @@ def main():
     parser.add_argument("--json", type=pathlib.Path)
     parser.add_argument("--plot", type=pathlib.Path, action="append")
     parser.add_argument("--doc", type=pathlib.Path)
+    parser.add_argument("--section", nargs=2, action="append", default=[])
     parser.add_argument("directory", type=pathlib.Path)
     parser.add_argument("families", nargs="*")
     arguments = parser.parse_args()
@@ -162,7 +167,7 @@ def main():
     if arguments.plot:
         write_plots(pairs, arguments.plot)
     if arguments.doc:
-        write_document(pairs, arguments.doc)
+        write_document(pairs, arguments.section, arguments.doc)
 
 
 if __name__ == "__main__":

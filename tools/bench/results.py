@@ -141,7 +141,7 @@ class Growth:
     operation: str  # regular expression
     expected: str  # "constant", "linear" or "n log n" in the size
     within: float  # by which factor the time may depart from it over the range
-    within_tenfold: bool = False  # ... or at each tenfold size, where caches are outgrown
+    within_tenfold: bool = False  # ... or with each tenfold size, where caches are outgrown
     smallest: int = 0
 
     def units(self, size):
