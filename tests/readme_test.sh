@@ -13,6 +13,7 @@ sed -n '/^```text output$/,/^```$/p' "$readme" | sed '1d;$d' >"$scratch/expected
 [ -s "$scratch/example.c" ] && [ -s "$scratch/expected" ]
 "$cc" -std=c99 -Wall -Wextra -Wpedantic -Werror -I"$include" "$scratch/example.c" "$library" \
   -Wl,-rpath,"$(dirname "$library")" ${SANITIZE:+-fsanitize="$SANITIZE"} -o "$scratch/example"
-"$scratch/example" >"$scratch/printed"
+# shellcheck disable=SC2086 # a command and its options, or nothing
+${EMULATOR:-} "$scratch/example" >"$scratch/printed"
 diff "$scratch/expected" "$scratch/printed"
 echo "the example of the README builds and prints what it says"

@@ -86,11 +86,14 @@ inline size_t open_descriptors()
     return entries_of("/proc/self/fd");
 }
 // A sanitizer starts a thread of its own with the program's first one, which must not count as one
-// that the library left behind: so there has been a first one before anything is counted.
+// that the library left behind: so there has been a first one before anything is counted. It is
+// listed for a moment after it was joined, under emulation for a long one.
 inline size_t running_threads()
 {
     [[maybe_unused]] static const bool has_had_one = [] {
-        std::thread([] {}).join();
+        std::string task;
+        std::thread([&] { task = "/proc/self/task/" + std::to_string(gettid()); }).join();
+        while (access(task.c_str(), F_OK) == 0) std::this_thread::yield();
         return true;
     }();
     return entries_of("/proc/self/task");
