@@ -95,6 +95,8 @@ int main(int argc, char **argv)
 {
     bench::add("base32-encode/vnlib", encode);
     bench::add("base32-decode/vnlib", decode);
+    bench::add("base32-encode/vnlib-avx2", encode, vn::cpu::kAvx2);
+    bench::add("base32-decode/vnlib-avx2", decode, vn::cpu::kAvx2);
     bench::add("base32-encode/vnlib-portable", encode, vn::cpu::kNothing);
     bench::add("base32-decode/vnlib-portable", decode, vn::cpu::kNothing);
 #ifdef VN_BENCH_APR

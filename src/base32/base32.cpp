@@ -24,8 +24,6 @@ constexpr int kDecoded = 7; // the result of every successful decoding, whatever
 
 constexpr unsigned kSymbolBits = 5;
 constexpr uint64_t kSymbolMask = 31;
-constexpr size_t kGroupSymbols = 8;
-constexpr size_t kGroupBytes = 5;
 
 uint8_t value_of(char symbol)
 {
@@ -35,11 +33,6 @@ uint8_t value_of(char symbol)
 constexpr uint64_t symbols_for(uint64_t bytes)
 {
     return (bytes * 8 + kSymbolBits - 1) / kSymbolBits;
-}
-
-constexpr size_t bytes_touched_by(size_t symbols)
-{
-    return symbols / kGroupSymbols * kGroupBytes + (symbols % kGroupSymbols * kSymbolBits + 7) / 8;
 }
 
 // The same byte eight times.
@@ -106,27 +99,26 @@ uint64_t values_at(const char *in)
 }
 
 // Writes `symbols` symbols, fewer than eight, of the `bytes` bytes that are left, and returns the
-// sum of their values.
+// sum of their values. All goes through registers: what is stored byte by byte cannot be loaded
+// again as a number without waiting for it.
 unsigned encode_rest(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 {
-    uint8_t group[kGroupBytes] = {};
-    std::copy_n(in, std::min(bytes, kGroupBytes), group);
+    uint64_t group = 0;
+    for (size_t i = std::min(bytes, kGroupBytes); i != 0; --i) group = group << 8 | in[i - 1];
     const uint64_t unused = ~uint64_t{0} << (8 * symbols);
-    const uint64_t values = spread(load_group(group)) & ~unused;
-    uint8_t text[kGroupSymbols];
-    bytes::store_little(text, symbols_of(values));
-    std::copy_n(text, symbols, out);
+    const uint64_t values = spread(group) & ~unused;
+    uint64_t text = symbols_of(values);
+    for (; symbols != 0; --symbols, text >>= 8) *out++ = static_cast<char>(text & 0xFF);
     return sum_of(values);
 }
 
 unsigned decode_rest(const char *in, uint8_t *out, size_t symbols)
 {
-    char text[kGroupSymbols] = {}; // a NUL has value 0
-    std::copy_n(in, symbols, text);
-    const uint64_t values = values_at(text);
-    uint8_t group[kGroupBytes];
-    store_group(group, gathered(values));
-    std::copy_n(group, bytes_touched_by(symbols), out);
+    uint64_t values = 0;
+    for (size_t k = symbols; k != 0; --k) values = values << 8 | value_of(in[k - 1]);
+    uint64_t group = gathered(values);
+    for (size_t i = bytes_touched_by(symbols); i != 0; --i, group >>= 8)
+        *out++ = static_cast<uint8_t>(group);
     return sum_of(values);
 }
 
@@ -161,6 +153,9 @@ unsigned decode_blocks([[maybe_unused]] const char *in, [[maybe_unused]] uint8_t
 // does not need all bytes; bytes that are needed only in part are there.
 unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 {
+#if VN_CPU_X86
+    if (cpu::has(cpu::kVbmi)) return encode_vbmi(in, out, symbols, bytes);
+#endif
     const size_t blocks = fast_blocks(symbols);
     unsigned sum = encode_blocks(in, out, blocks);
     in += blocks * kBlockBytes;
@@ -181,6 +176,9 @@ unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 // Stores the bits of `symbols` symbols and returns the sum of their values.
 unsigned decode(const char *in, uint8_t *out, size_t symbols)
 {
+#if VN_CPU_X86
+    if (cpu::has(cpu::kVbmi)) return decode_vbmi(in, out, symbols);
+#endif
     const size_t blocks = fast_blocks(symbols);
     unsigned sum = decode_blocks(in, out, blocks);
     in += blocks * kBlockSymbols;

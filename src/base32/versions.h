@@ -1,5 +1,4 @@
-// versions.h - base32 for particular processors, in blocks of 20 bytes and 32 symbols, and the
-// alphabet for all.
+// versions.h - base32 for particular processors, and the alphabet and sizes for all.
 #pragma once
 
 #include <array>
@@ -34,7 +33,20 @@ consteval std::array<uint8_t, 256> reverse_table()
 inline constexpr auto kValues = reverse_table();
 static_assert(kValues['U'] == kValues['V'] && kValues['z'] == 31 && kValues['-'] == 0);
 
+constexpr size_t kGroupSymbols = 8;
+constexpr size_t kGroupBytes = 5;
+
+constexpr size_t bytes_touched_by(size_t symbols)
+{
+    return symbols / kGroupSymbols * kGroupBytes + (symbols % kGroupSymbols * 5 + 7) / 8;
+}
+
 #if VN_CPU_X86
+// Each converts the whole text and returns the sum of its symbols' values. Of the `bytes` bytes no
+// more are read than the symbols need; the last symbol may reach beyond them.
+unsigned encode_vbmi(const uint8_t *in, char *out, size_t symbols, size_t bytes);
+unsigned decode_vbmi(const char *in, uint8_t *out, size_t symbols);
+
 // Each converts `blocks` blocks and returns the sum of their symbols' values.
 unsigned encode_blocks_avx2(const uint8_t *in, char *out, size_t blocks);
 unsigned decode_blocks_avx2(const char *in, uint8_t *out, size_t blocks);

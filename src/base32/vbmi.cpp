@@ -1,0 +1,126 @@
+// vbmi.cpp - base32 eight groups at a time, 40 bytes and 64 symbols, for processors that permute
+// bytes across a register of 512 bits and shift each to a place of its own.
+//
+// The last, incomplete block is handled like the others, with the absent bytes masked out: masked
+// loads and stores do not touch them.
+#include "base32/versions.h"
+
+#if VN_CPU_X86
+
+#include <algorithm>
+
+#include "support/x86_intrinsics.h"
+
+#define VN_VBMI                                                                                    \
+    __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi,avx2,bmi,bmi2")))
+
+namespace vn::base32 {
+namespace {
+
+constexpr size_t kSymbols = 64;
+constexpr size_t kBytes = 40;
+
+using Table = std::array<uint8_t, 64>;
+
+// A byte of the table for each of the 64 places of a register.
+template <typename Rule>
+consteval Table make_table(Rule rule)
+{
+    Table table{};
+    for (size_t place = 0; place < table.size(); ++place)
+        table[place] = static_cast<uint8_t>(rule(place));
+    return table;
+}
+
+// Five bytes at the low end of every eight, and back.
+alignas(64) constexpr Table kSpread = make_table([](size_t place) {
+    return place / 8 * 5 + place % 8; // what lies above the five is not used
+});
+alignas(64) constexpr Table kGather = make_table([](size_t place) {
+    return place < kBytes ? place / 5 * 8 + place % 5 : 0;
+});
+// Where in each eight bytes the bits of its eight symbols begin.
+alignas(64) constexpr Table kShifts = make_table([](size_t place) { return place % 8 * 5; });
+alignas(64) constexpr Table kSymbolTable = make_table([](size_t value) {
+    return kAlphabet[value % kAlphabet.size()];
+});
+// The values of the first and the second 64 characters; those above are none.
+alignas(64) constexpr Table kLowValues = make_table([](size_t place) { return kValues[place]; });
+alignas(64) constexpr Table kHighValues = make_table([](size_t place) {
+    return kValues[place + 64];
+});
+
+VN_VBMI inline __m512i load_table(const Table &table)
+{
+    return _mm512_load_si512(table.data());
+}
+
+VN_VBMI inline __mmask64 first(size_t count)
+{
+    return _bzhi_u64(~uint64_t{0}, static_cast<unsigned>(count));
+}
+
+VN_VBMI inline __m512i add_values(__m512i sums, __m512i values)
+{
+    return _mm512_add_epi64(sums, _mm512_sad_epu8(values, _mm512_setzero_si512()));
+}
+
+VN_VBMI inline unsigned total(__m512i sums)
+{
+    return static_cast<unsigned>(_mm512_reduce_add_epi64(sums));
+}
+
+// Eight values of five bits in each 64 to 40 bits: pairs, fours, all.
+VN_VBMI inline __m512i gathered(__m512i values)
+{
+    const __m512i pairs = _mm512_maddubs_epi16(values, _mm512_set1_epi16(0x2001));
+    const __m512i fours = _mm512_madd_epi16(pairs, _mm512_set1_epi32(0x04000001));
+    const __m512i low = _mm512_and_si512(fours, _mm512_set1_epi64(0xFFFFF));
+    const __m512i high = _mm512_slli_epi64(_mm512_srli_epi64(fours, 32), 20);
+    return _mm512_permutexvar_epi8(load_table(kGather), _mm512_or_si512(low, high));
+}
+
+} // namespace
+
+VN_VBMI unsigned encode_vbmi(const uint8_t *in, char *out, size_t symbols, size_t bytes)
+{
+    __m512i sums = _mm512_setzero_si512();
+    while (symbols != 0) {
+        const size_t count = std::min(symbols, kSymbols);
+        const __mmask64 there = first(std::min(bytes, bytes_touched_by(count)));
+        const __m512i data = _mm512_maskz_loadu_epi8(there, in);
+        const __m512i groups = _mm512_permutexvar_epi8(load_table(kSpread), data);
+        const __m512i bits = _mm512_multishift_epi64_epi8(load_table(kShifts), groups);
+        const __m512i values = _mm512_and_si512(bits, _mm512_set1_epi8(31));
+        const __m512i present = _mm512_maskz_mov_epi8(first(count), values);
+        sums = add_values(sums, present);
+        _mm512_mask_storeu_epi8(out, first(count),
+                                _mm512_permutexvar_epi8(values, load_table(kSymbolTable)));
+        in += kBytes;
+        bytes -= std::min(bytes, kBytes);
+        out += kSymbols;
+        symbols -= count;
+    }
+    return total(sums);
+}
+
+VN_VBMI unsigned decode_vbmi(const char *in, uint8_t *out, size_t symbols)
+{
+    __m512i sums = _mm512_setzero_si512();
+    while (symbols != 0) {
+        const size_t count = std::min(symbols, kSymbols);
+        const __m512i text = _mm512_maskz_loadu_epi8(first(count), in);
+        const __m512i values = _mm512_maskz_permutex2var_epi8(
+            ~_mm512_movepi8_mask(text), load_table(kLowValues), text, load_table(kHighValues));
+        sums = add_values(sums, values);
+        _mm512_mask_storeu_epi8(out, first(bytes_touched_by(count)), gathered(values));
+        in += kSymbols;
+        out += kBytes;
+        symbols -= count;
+    }
+    return total(sums);
+}
+
+} // namespace vn::base32
+
+#endif
