@@ -4,13 +4,16 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/capture.h"
 #include "support/corelink_tree.h"
 #include "support/fault_alloc.h"
 #include "vnlib/corelink.h"
+#include "vnlib/memcheck.h"
 
 namespace {
 
@@ -138,16 +141,34 @@ TEST(CorelinkGettersFault, FailWhenThePathCannotBeFormatted)
     unsigned char flag = 77;
     char untouched[] = "x", *tag = untouched, *text = untouched;
     const fault::FailAllocations all(1, SIZE_MAX);
-    EXPECT_EQ(clparse_get_type(tree, "n"), -1);
     EXPECT_EQ(clparse_get_type(tree, "%s", "n"), -1);
-    EXPECT_EQ(clparse_get_number(tree, &value, "n"), -1);
-    EXPECT_EQ(clparse_get_bool(tree, &flag, "b"), -1);
-    EXPECT_EQ(clparse_get_tag(tree, &tag, "s"), -1);
-    EXPECT_EQ(clparse_get_string(tree, &text, "s"), -1);
+    EXPECT_EQ(clparse_get_number(tree, &value, "%s", "n"), -1);
+    EXPECT_EQ(clparse_get_bool(tree, &flag, "%s", "b"), -1);
+    EXPECT_EQ(clparse_get_tag(tree, &tag, "%s", "s"), -1);
+    EXPECT_EQ(clparse_get_string(tree, &text, "%s", "s"), -1);
     EXPECT_EQ(value, 77u);
     EXPECT_EQ(flag, 77);
     EXPECT_EQ(tag, untouched);
     EXPECT_EQ(text, nullptr);
+}
+
+TEST(CorelinkGettersFault, NeedNoMemoryForAPlainPath)
+{
+    const Tree tree{number("n", 1)};
+    const fault::FailAllocations all(1, SIZE_MAX);
+    EXPECT_EQ(clparse_get_type(tree, "n"), 2);
+    EXPECT_EQ(all.seen(), 0u);
+}
+
+TEST(CorelinkGettersFault, ChargeAPlainPathWhileBlocksAreTracked)
+{
+    const test::ChildResult child = test::run_in_child([] {
+        vn_memcheck_start();
+        const Tree tree{number("n", 1)};
+        const fault::FailAllocations all(1, SIZE_MAX);
+        if (clparse_get_type(tree, "n") == -1 && all.failed() == 1) _exit(7);
+    });
+    EXPECT_TRUE(child.exited_with(7));
 }
 
 TEST(CorelinkGettersFault, FormatLongPathsOrFail)
@@ -164,7 +185,7 @@ TEST(CorelinkGettersFault, FormatLongPathsOrFail)
 TEST(CorelinkGetStringFault, SucceedsWithNullWhenTheCopyFails)
 {
     const Tree tree{string("s", "text")};
-    const fault::FailAllocations copy(2);
+    const fault::FailAllocations copy(1);
     char untouched[] = "x", *text = untouched;
     EXPECT_EQ(clparse_get_string(tree, &text, "s"), 0);
     EXPECT_EQ(text, nullptr);

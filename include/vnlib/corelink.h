@@ -206,7 +206,8 @@ VN_API int clparse_set_node_value_b(struct clparse_node *node, int flag);
  *
  * A lookup allocates nothing, does not recurse, and takes time linear in the number of children it
  * passes. The calls with a format build the path from it as printf does, in a tracked block charged
- * to the call and released before it returns; they find nothing when that block cannot be had.
+ * to the call and released before it returns; they find nothing when that block cannot be had. A
+ * format without a percent sign is the path itself: it takes no block while the tracker is off.
  */
 
 /*

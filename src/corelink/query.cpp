@@ -11,13 +11,13 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "corelink/decimal.h"
 #include "corelink/function_node.h"
 #include "corelink/names.h"
 #include "corelink/text_buffer.h"
 #include "corelink/tree.h"
+#include "memcheck/debugger.h"
 #include "vnlib/memcheck.h"
 #include "vnlib/vnstrings.h"
 
@@ -45,10 +45,10 @@ size_t leading_number(const char *text)
 class Step {
 public:
     explicit Step(const char *path)
-        : name_(path, std::strcspn(path, ".")),
-          by_position_(is_digit(*path)),
-          position_(by_position_ ? leading_number(path) : 0)
+        : name_(path), by_position_(is_digit(*path)), position_(leading_number(path))
     {
+        while (name_[length_] != '.' && name_[length_] != '\0') ++length_;
+        if (length_ > 0) first_ = *name_;
     }
 
     [[nodiscard]] bool selects(const clparse_node &child, size_t position) const
@@ -59,21 +59,20 @@ public:
     // The path below this step; null when the path ends here.
     [[nodiscard]] const char *rest() const
     {
-        const char *const end = name_.data() + name_.size();
-        return *end == '.' ? end + 1 : nullptr;
+        return name_[length_] == '.' ? name_ + length_ + 1 : nullptr;
     }
 
 private:
-    // Tags are short and most differ early: a call of strncmp would cost more than this loop.
+    // Most tags differ in the first character: then a call would cost more than the look at it.
     [[nodiscard]] bool has_name(const char *tag) const
     {
-        if (tag == nullptr) return false;
-        for (const char c : name_)
-            if (*tag++ != c) return false;
-        return *tag == '\0';
+        return tag != nullptr && *tag == first_ && std::strncmp(tag, name_, length_) == 0 &&
+               tag[length_] == '\0';
     }
 
-    std::string_view name_;
+    const char *name_;
+    size_t length_ = 0;
+    char first_ = '\0';
     bool by_position_;
     size_t position_;
 };
@@ -89,28 +88,32 @@ Found find_child(const clparse_node &container, const Step &step, int type)
     return {};
 }
 
-// A getter's path, charged to the getter while it works.
+// A getter's path. While blocks are tracked it is charged to the getter as long as that works.
 class PathText {
 public:
     VN_PRINTF(3, 0) PathText(Site getter, const char *format, va_list args)
     {
-        if (std::strchr(format, '%') == nullptr) { // most are plain: as they would come out
-            text_ = copy_text(format, getter.function, getter.line);
+        if (std::strchr(format, '%') != nullptr) {
+            __vn_vasprintf(&block_, getter.function, getter.line, format, args);
+        } else if (memcheck::tracking() != nullptr) {
+            block_ = copy_text(format, getter.function, getter.line);
         } else {
-            __vn_vasprintf(&text_, getter.function, getter.line, format, args);
+            text_ = format; // most are plain: as they would come out
         }
     }
     ~PathText()
     {
-        if (text_ != nullptr) vn_memcheck_free(std::free, text_, VN_CORELINK_HERE);
+        if (block_ != nullptr) vn_memcheck_free(std::free, block_, VN_CORELINK_HERE);
     }
     PathText(const PathText &) = delete;
     PathText &operator=(const PathText &) = delete;
 
-    [[nodiscard]] const char *get() const { return text_; } // null when it cannot be formatted
+    // Null when it cannot be formatted.
+    [[nodiscard]] const char *get() const { return block_ != nullptr ? block_ : text_; }
 
 private:
-    char *text_ = nullptr;
+    const char *text_ = nullptr;
+    char *block_ = nullptr;
 };
 
 clparse_node *find(Site getter, clparse_head *head, int type, const char *format, va_list args)
