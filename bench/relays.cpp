@@ -33,25 +33,26 @@ void set_no_delay(int fd)
 
 // ---- processes
 
-// Ends the processes in the order of their start, each with those that it has started itself.
+// What has been started, with whatever that has started itself, ends with the program.
 struct Children {
     std::vector<pid_t> groups;
     ~Children()
     {
-        for (const pid_t group : groups) {
-            kill(-group, SIGKILL);
-            waitpid(group, nullptr, 0);
+        for (const pid_t group : groups) kill(-group, SIGKILL);
+        while (!groups.empty() && wait(nullptr) > 0) {
         }
     }
 };
 Children children;
 
-void run(const std::function<void()> &body)
+void run(const char *name, const std::function<void()> &body)
 {
+    prctl(PR_SET_CHILD_SUBREAPER, 1); // so that orphans can be waited for
     const pid_t parent = getpid(), child = fork();
     if (child == 0) {
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        prctl(PR_SET_NAME, name);
         if (getppid() == parent) body();
         _exit(1);
     }
@@ -61,7 +62,7 @@ void run(const std::function<void()> &body)
 
 void execute(const std::string &command)
 {
-    run([&] {
+    run("sh", [&] {
         const int null = open("/dev/null", O_RDWR);
         for (const int fd : {0, 1, 2}) dup2(null, fd);
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
@@ -156,8 +157,9 @@ private:
 
 void run_library(uint16_t port, int near, int far)
 {
-    const auto run_end = [](int fd, int other, const std::function<rgui_session *(Link &)> &start) {
-        run([&] {
+    const auto run_end = [](const char *name, int fd, int other,
+                            const std::function<rgui_session *(Link &)> &start) {
+        run(name, [&] {
             close(other);
             struct sigaction wake_up = {};
             wake_up.sa_handler = [](int) {};
@@ -167,10 +169,10 @@ void run_library(uint16_t port, int near, int far)
         });
     };
     const std::string service = std::to_string(port);
-    run_end(near, far, [&](Link &link) {
+    run_end("near end", near, far, [&](Link &link) {
         return rgui_start_local("127.0.0.1", service.c_str(), 0, Link::send, &link);
     });
-    run_end(far, near, [](Link &link) { return rgui_start_remote(Link::send, &link); });
+    run_end("far end", far, near, [](Link &link) { return rgui_start_remote(Link::send, &link); });
     close(near);
     close(far);
 }
@@ -219,7 +221,7 @@ void splice_all(int from, int to)
 void run_splice(uint16_t port, uint16_t to)
 {
     const int listener = test::listen_on_loopback(port);
-    run([&] {
+    run("splice", [&] {
         accept_all(listener, [to](int client) {
             const int server = connect_to(to);
             if (server < 0) return;
@@ -325,7 +327,7 @@ std::vector<Way> start()
         fputs("no network of our own: port 8008 must be free\n", stderr);
     signal(SIGPIPE, SIG_IGN);
     const int listener = test::listen_on_loopback(kServer);
-    run([&] { accept_all(listener, serve); });
+    run("server", [&] { accept_all(listener, serve); });
     close(listener);
 
     std::vector<Way> ways = {{"direct", kServer}, {"vnlib", 9001}, {"vnlib-tcp", 9002}};
