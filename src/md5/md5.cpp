@@ -41,12 +41,6 @@ size_t pending_in(const md5_ctx &ctx)
     return ctx.bits[0] / 8 % digest::kBlockSize;
 }
 
-// Compresses into the chaining words at `state`.
-auto into(uint32_t *state)
-{
-    return [state](const uint8_t *blocks, size_t count) { compress(state, blocks, count); };
-}
-
 } // namespace
 } // namespace vn::md5
 
@@ -63,13 +57,14 @@ extern "C" void md5_append(md5_ctx *ctx, const uint8_t *data, int len)
 {
     if (len < 1) return;
     const auto length = static_cast<size_t>(len);
-    digest::append(ctx->block, pending_in(*ctx), data, length, into(ctx->state));
+    digest::append(ctx->block, pending_in(*ctx), data, length, digest::into<compress>(ctx->state));
     set_bits(*ctx, bits_of(*ctx) + uint64_t{length} * 8);
 }
 
 extern "C" void md5_finish(md5_ctx *ctx, uint8_t digest[16])
 {
-    digest::finish(ctx->block, pending_in(*ctx), stored_bits(bits_of(*ctx)), into(ctx->state));
+    digest::finish(ctx->block, pending_in(*ctx), stored_bits(bits_of(*ctx)),
+                   digest::into<compress>(ctx->state));
     store_digest(ctx->state, digest);
 }
 
@@ -78,6 +73,6 @@ extern "C" void md5_single(const uint8_t *data, int len, uint8_t digest[16])
     const size_t length = len < 1 ? 0 : static_cast<size_t>(len);
     uint32_t state[kStateWords];
     std::copy(kInitial.begin(), kInitial.end(), state);
-    digest::whole(data, length, stored_bits(uint64_t{length} * 8), into(state));
+    digest::whole(data, length, stored_bits(uint64_t{length} * 8), digest::into<compress>(state));
     store_digest(state, digest);
 }

@@ -21,12 +21,6 @@ void set_bytes(sha256_ctx &ctx, uint64_t bytes)
     ctx.bytes[1] = static_cast<uint32_t>(bytes >> 32);
 }
 
-// Compresses into the chaining words at `state`.
-auto into(uint32_t *state)
-{
-    return [state](const uint8_t *blocks, size_t count) { compress(state, blocks, count); };
-}
-
 } // namespace
 } // namespace vn::sha256
 
@@ -42,7 +36,8 @@ extern "C" void sha256_init(sha256_ctx *ctx)
 
 extern "C" void sha256_append(sha256_ctx *ctx, const uint8_t *data, unsigned len)
 {
-    const size_t pending = digest::append(ctx->block, ctx->pending, data, len, into(ctx->state));
+    const size_t pending =
+        digest::append(ctx->block, ctx->pending, data, len, digest::into<compress>(ctx->state));
     ctx->pending = static_cast<uint32_t>(pending);
     set_bytes(*ctx, bytes_of(*ctx) + len);
 }
@@ -50,7 +45,7 @@ extern "C" void sha256_append(sha256_ctx *ctx, const uint8_t *data, unsigned len
 extern "C" void sha256_finish(sha256_ctx *ctx, uint8_t digest[32])
 {
     digest::finish(ctx->block, ctx->pending, digest::big_endian_bits(bytes_of(*ctx)),
-                   into(ctx->state));
+                   digest::into<compress>(ctx->state));
     digest::store_big_words(ctx->state, digest);
 }
 
@@ -58,6 +53,6 @@ extern "C" void sha256_single(const uint8_t *data, unsigned len, uint8_t digest[
 {
     uint32_t state[kStateWords];
     std::copy(kInitial.begin(), kInitial.end(), state);
-    digest::whole(data, len, digest::big_endian_bits(len), into(state));
+    digest::whole(data, len, digest::big_endian_bits(len), digest::into<compress>(state));
     digest::store_big_words(state, digest);
 }

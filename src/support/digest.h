@@ -4,8 +4,8 @@
 //     | 64 bytes | 64 bytes | ... | rest 80 00 00 ... 00 | length |
 //                                                        ^ byte 56 of the last block
 //
-// `compress` stands for a function (const uint8_t *blocks, size_t count) that takes whole blocks
-// into the chaining words. The length is handed over as the eight bytes that are to be stored.
+// `compress` is what into() returns. The length is handed over as the eight bytes that are to be
+// stored.
 #pragma once
 
 #include <algorithm>
@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "support/bytes.h"
+#include "support/small.h"
 
 namespace vn::digest {
 
@@ -36,6 +37,32 @@ template <size_t kWords>
 inline void store_big_words(const uint32_t (&state)[kWords], uint8_t *digest)
 {
     for (size_t i = 0; i < kWords; ++i) bytes::store_big(digest + 4 * i, state[i]);
+}
+
+using CompressFunction = void (*)(uint32_t *state, const uint8_t *blocks, size_t count);
+
+struct AnyInto {
+    uint32_t *state;
+    CompressFunction compress;
+    void operator()(const uint8_t *blocks, size_t count) const { compress(state, blocks, count); }
+};
+
+// Compresses whole blocks into the chaining words at `state`. Each digest has a type of its own for
+// that, so that the functions below are made for each; in a small build they serve all.
+template <CompressFunction kCompress>
+auto into(uint32_t *state)
+{
+    struct Own {
+        uint32_t *state;
+        void operator()(const uint8_t *blocks, size_t count) const
+        {
+            kCompress(state, blocks, count);
+        }
+    };
+    if constexpr (kSmall)
+        return AnyInto{state, kCompress};
+    else
+        return Own{state};
 }
 
 // Takes `length` bytes in, after the `pending` bytes that wait in `buffer`. Whole blocks are
@@ -98,6 +125,10 @@ inline void copy_short(uint8_t *to, const uint8_t *from, size_t length)
 template <typename Compress>
 inline void whole(const uint8_t *data, size_t length, const Length &bits, Compress compress)
 {
+    if constexpr (kSmall) {
+        uint8_t buffer[kBlockSize];
+        return finish(buffer, append(buffer, 0, data, length, compress), bits, compress);
+    }
     const size_t blocks = length / kBlockSize;
     if (blocks != 0) compress(data, blocks);
     const size_t rest = length % kBlockSize;
