@@ -23,6 +23,7 @@
 #include <string_view>
 #include <strings.h>
 
+#include "support/small.h"
 #include "vnlib/memcheck.h"
 
 namespace vn::vnstrings {
@@ -171,22 +172,27 @@ int escape(char **str, const EscapeTable &table)
     return static_cast<int>(length);
 }
 
+constexpr int nibble_of(char c)
+{
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
 constexpr auto kNibbles = [] {
     std::array<int8_t, 256> table{};
-    table.fill(-1);
-    for (int value = 0; value < 16; ++value) {
-        table[static_cast<unsigned char>("0123456789abcdef"[value])] = static_cast<int8_t>(value);
-        table[static_cast<unsigned char>("0123456789ABCDEF"[value])] = static_cast<int8_t>(value);
-    }
+    for (unsigned c = 0; c < table.size(); ++c)
+        table[c] = static_cast<int8_t>(nibble_of(static_cast<char>(c)));
     return table;
 }();
 
 int nibble(char c)
 {
-    return kNibbles[static_cast<unsigned char>(c)];
+    return kSmall ? nibble_of(c) : kNibbles[static_cast<unsigned char>(c)];
 }
 
-constexpr const char *kUnits[] = {"Bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+constexpr char kUnits[][sizeof "Bytes"] = {"Bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
 
 } // namespace
 } // namespace vn::vnstrings
