@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "corelink/decimal.h"
+#include "support/small.h"
 
 namespace vn::corelink {
 
@@ -107,13 +108,19 @@ inline constexpr auto kIsPlain = [] {
     for (unsigned c = 1; c < plain.size(); ++c) plain[c] = kEscape(static_cast<char>(c)).empty();
     return plain;
 }();
+template <std::string_view (*kEscape)(char)>
+bool is_plain(char c)
+{
+    if constexpr (kSmall) return c != '\0' && kEscape(c).empty();
+    return kIsPlain<kEscape>[static_cast<unsigned char>(c)];
+}
 
 template <std::string_view (*kEscape)(char)>
 TextBuffer &TextBuffer::put_escaped(const char *text)
 {
     for (;;) {
         const char *end = text;
-        while (kIsPlain<kEscape>[static_cast<unsigned char>(*end)]) ++end;
+        while (is_plain<kEscape>(*end)) ++end;
         put({text, static_cast<size_t>(end - text)});
         if (*end == '\0') return *this;
         put(kEscape(*end));
