@@ -27,11 +27,8 @@ struct Attempt {
     void *not_grown = nullptr; // the block whose growing failed
 };
 
-// Makes `attempt` the one that failures of this thread leave; null: none.
-void set_current(Attempt *attempt);
-
-// Releases what a failed call has allocated, except what it had handed to the scanner before.
-void release_made(const Attempt &failed, void *scanner);
+// Runs `call(context)` as the attempt `here`; false when it failed.
+bool attempt_as(Attempt &here, void *scanner, void (*call)(void *context), void *context);
 
 // Runs `call` on a scanner, and `on_failure` with the attempt when it failed. False then, and for
 // a null scanner.
@@ -40,14 +37,8 @@ bool attempt(void *scanner, Call call, Failure on_failure)
 {
     if (scanner == nullptr) return false;
     Attempt here;
-    if (setjmp(here.way_out) == 0) { // NOLINT(cert-err52-cpp)
-        set_current(&here);
-        call();
-        set_current(nullptr);
-        return true;
-    }
-    set_current(nullptr);
-    release_made(here, scanner);
+    const auto run = [](void *context) { (*static_cast<Call *>(context))(); };
+    if (attempt_as(here, scanner, run, &call)) return true;
     on_failure(here);
     return false;
 }

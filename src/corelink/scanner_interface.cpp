@@ -34,17 +34,26 @@ yy_buffer_state *attempt_buffer(void *scanner, Call call)
 constexpr size_t kEndMarks = 2; // the NUL bytes behind a text that is scanned in place
 constexpr int kMaxText = INT_MAX - static_cast<int>(kEndMarks);
 
-} // namespace
-
-void set_current(Attempt *attempt)
-{
-    current = attempt;
-}
-
+// Releases what a failed call has allocated, except what it had handed to the scanner before.
 void release_made(const Attempt &failed, void *scanner)
 {
     for (unsigned i = 0; i < failed.count; ++i)
         if (!scanner_keeps(scanner, failed.made[i])) free(failed.made[i]);
+}
+
+} // namespace
+
+bool attempt_as(Attempt &here, void *scanner, void (*call)(void *context), void *context)
+{
+    if (setjmp(here.way_out) == 0) { // NOLINT(cert-err52-cpp)
+        current = &here;
+        call(context);
+        current = nullptr;
+        return true;
+    }
+    current = nullptr;
+    release_made(here, scanner);
+    return false;
 }
 
 void scanner_failed(const char *message)
