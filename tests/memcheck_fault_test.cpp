@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "memcheck/ring.h"
@@ -48,8 +50,7 @@ void note(const std::string &call)
 } // namespace
 
 extern "C" {
-ssize_t __real_write(int fd, const void *bytes, size_t count);
-ssize_t __wrap_write(int fd, const void *bytes, size_t count);
+long __wrap_syscall(long number, ...);
 int __real_fflush(FILE *stream);
 int __wrap_fflush(FILE *stream);
 int __real_poll(pollfd *fds, nfds_t count, int timeout);
@@ -60,8 +61,16 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*body)(void *), void *argument);
 }
 
-ssize_t __wrap_write(int fd, const void *bytes, size_t count)
+// The library makes one system call by its number.
+long __wrap_syscall(long number, ...)
 {
+    EXPECT_EQ(number, SYS_write);
+    va_list args;
+    va_start(args, number);
+    const int fd = va_arg(args, int);
+    const void *const bytes = va_arg(args, const void *);
+    size_t count = va_arg(args, size_t);
+    va_end(args);
     if (!sys.write_errors.empty()) {
         errno = sys.write_errors.front();
         sys.write_errors.erase(sys.write_errors.begin());
@@ -69,7 +78,7 @@ ssize_t __wrap_write(int fd, const void *bytes, size_t count)
     }
     count = std::min(count, sys.longest_write);
     note("write " + std::string(static_cast<const char *>(bytes), count));
-    return __real_write(fd, bytes, count);
+    return write(fd, bytes, count);
 }
 
 int __wrap_fflush(FILE *stream)

@@ -3,11 +3,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 #include <unistd.h>
 
-#include "memcheck/decimal.h"
 #include "memcheck/screen.h"
 #include "memcheck/signals.h"
 
@@ -27,12 +25,12 @@ void show_top(Registry &registry)
 {
     char lines[kPanelLines][Registry::kSummarySize];
     write_out("\x1b[H");
-    screen().show(kBannerLine, "=== Vornel Memory Debugger ===");
+    show_line(kBannerLine, "=== Vornel Memory Debugger ===");
     const unsigned used = registry.summarise(lines, kPanelLines);
     for (unsigned line = 0; line < kPanelLines; ++line)
-        screen().show(kFirstSiteLine + static_cast<int>(line), line < used ? lines[line] : "");
-    screen().show(kRuleLine,
-                  "------------------------------------DEBUG------------------------------------");
+        show_line(kFirstSiteLine + static_cast<int>(line), line < used ? lines[line] : "");
+    show_line(kRuleLine,
+              "------------------------------------DEBUG------------------------------------");
 }
 
 // --- the checker -----------------------------------------------------------------------------
@@ -41,7 +39,7 @@ void show_top(Registry &registry)
 void refresh_panel(Context &context)
 {
     const MutexLock hold(context.drawing);
-    if (tracking() == &context && !screen().had_last_words()) show_top(context.registry);
+    if (tracking() == &context && !had_last_words()) show_top(context.registry);
 }
 
 void *check_until_stopped(void *argument)
@@ -49,7 +47,7 @@ void *check_until_stopped(void *argument)
     Context &context = *static_cast<Context *>(argument);
     write_out("\x1b[2J");
     write_out("\x1b[H");
-    screen().show(0, nullptr);
+    show_line(0, {});
     sem_post(&context.screen_is_clear);
     unsigned passes = 0;
     while (context.running.load(std::memory_order_acquire) == 1) {
@@ -97,13 +95,13 @@ void before_fork() VN_NO_THREAD_ANALYSIS
     held_for_fork->drawing.lock();
     held_for_fork->pane.mutex().lock();
     held_for_fork->registry.mutex().lock();
-    screen().mutex().lock();
+    lock_screen_for_fork();
 }
 
 void after_fork_in_parent() VN_NO_THREAD_ANALYSIS
 {
     if (held_for_fork == nullptr) return;
-    screen().mutex().unlock();
+    unlock_screen_after_fork();
     held_for_fork->registry.mutex().unlock();
     held_for_fork->pane.mutex().unlock();
     held_for_fork->drawing.unlock();
@@ -113,7 +111,7 @@ void after_fork_in_child() VN_NO_THREAD_ANALYSIS
 {
     if (held_for_fork == nullptr) return;
     held_for_fork->has_checker = false;
-    screen().mutex().make_plain();
+    unlock_screen_after_fork();
     held_for_fork->registry.mutex().make_recursive();
     held_for_fork->pane.mutex().make_plain();
     held_for_fork->drawing.make_plain();
@@ -146,9 +144,9 @@ bool stop()
     const bool has_checker = context->has_checker;
     const pthread_t checker = context->checker;
     if (first) {
-        screen().show(kFirstSiteLine, "=============== MemDebug  Top ===============");
+        show_line(kFirstSiteLine, "=============== MemDebug  Top ===============");
         show_top(context->registry);
-        screen().show(kLastSiteLine, "============= MemDebug Complete =============");
+        show_line(kLastSiteLine, "============= MemDebug Complete =============");
         context->running.store(0, std::memory_order_release);
     }
     context->drawing.unlock();
@@ -156,13 +154,6 @@ bool stop()
     if (first && has_checker && pthread_equal(checker, pthread_self()) == 0)
         pthread_join(checker, nullptr);
     return first;
-}
-
-void show_total(const Registry &registry)
-{
-    char text[40];
-    stpcpy(stpcpy(text, "Total Allocations: "), Decimal(registry.total(), 5).text());
-    screen().show(kTotalLine, text);
 }
 
 } // namespace vn::memcheck

@@ -51,6 +51,4 @@ bool start();
 // False when nothing is running.
 bool stop();
 
-void show_total(const Registry &registry);
-
 } // namespace vn::memcheck

@@ -95,7 +95,7 @@ VN_OUT_OF_LINE void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_
     void *const raw = alloc(size + kGuardSize);
     if (raw == nullptr) return nullptr;
     context.registry.count_one_more();
-    show_total(context.registry);
+    show_total(context.registry.total());
     write_marker(raw);
     fill_guarded(*records.block, raw, size, line);
     if (site == nullptr) return abandon(alloc, raw);
@@ -106,8 +106,7 @@ VN_OUT_OF_LINE void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_
 void *strike_out(Context &context, const void *ptr, const char *site)
 {
     const Owned<Block> block = context.registry.remove(ptr);
-    if (block == nullptr)
-        screen().last_words("Could not find the allocation to free (%s)", printable(site));
+    if (block == nullptr) last_words("Could not find the allocation to free (%s)", printable(site));
     return block->raw;
 }
 
@@ -116,7 +115,7 @@ VN_OUT_OF_LINE void release_guarded(Context &context, vn_free_fn release, void *
 {
     release(strike_out(context, ptr, site));
     context.registry.count_one_less();
-    show_total(context.registry);
+    show_total(context.registry.total());
 }
 
 void *resize_raw(void *raw, size_t size)
@@ -131,8 +130,7 @@ VN_OUT_OF_LINE void *resize_guarded(Context &context, void *ptr, size_t size, co
 {
     Block *const lifted = context.registry.lift(ptr);
     if (lifted == nullptr)
-        screen().last_words("Could not find the allocation to realloc (%s:%u)", printable(site),
-                            line);
+        last_words("Could not find the allocation to realloc (%s:%u)", printable(site), line);
     Owned<Site> spare_site = context.registry.spare_site();
     void *const raw = spare_site != nullptr ? resize_raw(lifted->raw, size) : nullptr;
     if (raw == nullptr) {
@@ -230,7 +228,7 @@ int vn_memcheck_stop(void)
 int gotoline(int line, const char *text)
 {
     if (current_context() == nullptr) return -1;
-    screen().show(line, text);
+    show_line(line, text != nullptr ? std::string_view(text) : std::string_view());
     return 0;
 }
 

@@ -71,7 +71,7 @@ bool Pane::place(std::string_view piece, size_t line, bool continues)
 void Pane::show() const
 {
     for (size_t line = 0; line < kLines; ++line)
-        screen().show(kFirstPaneLine + static_cast<int>(line), lines_[line]);
+        show_line(kFirstPaneLine + static_cast<int>(line), lines_[line]);
 }
 
 } // namespace vn::memcheck

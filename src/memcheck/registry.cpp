@@ -156,9 +156,8 @@ void Registry::examine(const Block &block)
     const uint32_t pre = read_marker(block.raw);
     const uint32_t post = read_marker(block.post);
     const auto die = [&](const char *which, uint32_t word) {
-        screen().last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag,
-                            static_cast<int>(block.line), static_cast<size_t>(block.size), which,
-                            word);
+        last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag, static_cast<int>(block.line),
+                   static_cast<size_t>(block.size), which, word);
     };
     if (pre != kMarker) die("PreMarker", pre);
     if (post != pre) die("PostMarker", post);

@@ -10,14 +10,14 @@
 //             48              where the cursor rests between lines
 //
 // Everything goes straight to descriptor 1, whatever it is. A line is one write, so lines of
-// several threads and processes on one terminal do not tear each other up.
+// several threads and processes on one terminal do not tear each other up. The lock of the screen
+// is that of the stream stdout: who draws must look into the stream anyway, and the program's own
+// output does not get in between either.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
-
-#include "support/mutex.h"
 
 namespace vn::memcheck {
 
@@ -35,25 +35,19 @@ constexpr size_t kLongestPiece = 255;
 // Writes all of `bytes` to standard output, or as much as it takes. Leaves errno alone.
 void write_out(std::string_view bytes);
 
-class Screen {
-public:
-    constexpr Screen() = default;
+// Shows `text` on display line `line` in place of what was there; without data it only moves.
+void show_line(int line, std::string_view text);
 
-    // Shows `text` on display line `line` in place of what was there, or with null only moves.
-    void show(int line, const char *text) VN_EXCLUDES(mutex_);
+// Shows the count line.
+void show_total(int32_t total);
 
-    // Shows the formatted message on the line for it and ends the process with exit(-1).
-    [[noreturn]] void last_words(const char *format, ...) __attribute__((format(printf, 2, 3)));
-    // True from then on: the panel, whose banner terminals draw in the same row, must stay away.
-    [[nodiscard]] bool had_last_words() const { return had_last_words_; }
+// Shows the formatted message on the line for it and ends the process with exit(-1).
+[[noreturn]] void last_words(const char *format, ...) __attribute__((format(printf, 1, 2)));
+// True from then on: the panel, whose banner terminals draw in the same row, must stay away.
+bool had_last_words();
 
-    Mutex &mutex() VN_RETURN_CAPABILITY(mutex_) { return mutex_; } // for fork
-
-private:
-    std::atomic<bool> had_last_words_ = false;
-    Mutex mutex_; // cursor and line belong together
-};
-
-Screen &screen(); // there is one terminal
+// The child of a fork must not find the screen locked by a thread that it does not have.
+void lock_screen_for_fork();
+void unlock_screen_after_fork();
 
 } // namespace vn::memcheck
