@@ -12,6 +12,7 @@
 namespace vn::memcheck {
 
 constinit std::atomic<Context *> handle = nullptr;
+constinit std::atomic<Context *> tracker = nullptr;
 
 namespace {
 
@@ -50,7 +51,7 @@ void *check_until_stopped(void *argument)
     show_line(0, {});
     sem_post(&context.screen_is_clear);
     unsigned passes = 0;
-    while (context.running.load(std::memory_order_acquire) == 1) {
+    while (context.running.load(std::memory_order_acquire)) {
         context.registry.check_all();
         if (++passes == kPassesPerPanel) {
             refresh_panel(context);
@@ -127,6 +128,7 @@ bool start()
     Context *const context = memory != nullptr ? new (memory) Context : nullptr;
     if (context != nullptr) context->older = newest.exchange(context);
     handle.store(context, std::memory_order_release);
+    tracker.store(context, std::memory_order_release);
     if (context == nullptr) return false;
     if (!fork_is_handled.exchange(true))
         pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
@@ -140,14 +142,15 @@ bool stop()
     Context *const context = tracking();
     if (context == nullptr) return false;
     context->drawing.lock();
-    const bool first = context->running.load(std::memory_order_relaxed) != 0;
+    const bool first = tracking() == context;
     const bool has_checker = context->has_checker;
     const pthread_t checker = context->checker;
     if (first) {
         show_line(kFirstSiteLine, "=============== MemDebug  Top ===============");
         show_top(context->registry);
         show_line(kLastSiteLine, "============= MemDebug Complete =============");
-        context->running.store(0, std::memory_order_release);
+        tracker.store(nullptr, std::memory_order_release);
+        context->running.store(false, std::memory_order_release);
     }
     context->drawing.unlock();
     // Stopping may be part of what the program does on exit, and the exit the checker's own.

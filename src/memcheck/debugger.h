@@ -20,7 +20,7 @@ namespace vn::memcheck {
 struct Context {
     Context() { sem_init(&screen_is_clear, 0, 0); }
 
-    std::atomic<int32_t> running = 1; // 0 once stopped
+    std::atomic<bool> running = true; // until it is stopped, also when another has replaced it
     Registry registry;
     Pane pane;
     sem_t screen_is_clear;
@@ -30,19 +30,19 @@ struct Context {
     Context *older = nullptr;
 };
 
-extern constinit std::atomic<Context *> handle; // null until the first start
+extern constinit std::atomic<Context *> handle;  // null until the first start
+extern constinit std::atomic<Context *> tracker; // the same while blocks are tracked, else null
 
 inline Context *current_context()
 {
     return handle.load(std::memory_order_acquire);
 }
 
-// The context while blocks are being tracked, else null.
+// The context while blocks are being tracked, else null. With the tracker off this is all that a
+// tracked call costs.
 inline Context *tracking()
 {
-    Context *const context = current_context();
-    const bool on = context != nullptr && context->running.load(std::memory_order_acquire) != 0;
-    return on ? context : nullptr;
+    return tracker.load(std::memory_order_acquire);
 }
 
 // False when there is no memory for a context; the tracker is then off.
