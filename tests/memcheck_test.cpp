@@ -16,6 +16,7 @@
 #include <list>
 #include <memory>
 #include <random>
+#include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
 
@@ -583,6 +584,21 @@ TEST(Checker, ShowsTheLineAsASignedNumber)
     });
     EXPECT_EQ(Terminal(child.out).line(-2), "f LINE:-1, Size:1 PostMarker:deadbe00");
 }
+
+#if SIZE_MAX > UINT32_MAX
+TEST(Checker, FindsDamageBehindABlockWhoseSizeTheLineCannotShow)
+{
+    const ChildResult child = last_output([] {
+        const size_t size = size_t{5} << 30;
+        const auto map = [](size_t length) {
+            return mmap(nullptr, length, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        };
+        damage(static_cast<char *>(vn_memcheck_malloc(map, size, "f", 1)) + size, 0);
+    });
+    EXPECT_EQ(Terminal(child.out).line(-2), "f LINE:1, Size:1073741824 PostMarker:deadbe00");
+}
+#endif
 
 TEST(Checker, CutsATagThatDoesNotFitTheLine)
 {

@@ -57,17 +57,15 @@ private:
 void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
 {
     block.kind = Kind::kGuarded;
-    block.raw = raw;
-    block.user = static_cast<unsigned char *>(raw) + kMarkerSize;
-    block.post = static_cast<unsigned char *>(block.user) + size;
-    block.size = static_cast<uint32_t>(size);
+    block.raw = static_cast<unsigned char *>(raw);
+    block.size = size;
     block.line = line;
-    write_marker(block.post);
+    write_marker(block.post());
 }
 
 void *record(Context &context, Owned<Block> block, Owned<Site> spare_site, const char *site)
 {
-    void *const user = block->user;
+    void *const user = block->user();
     context.registry.add(std::move(block), site, std::move(spare_site));
     return user;
 }
@@ -152,8 +150,8 @@ VN_OUT_OF_LINE void *allocate_for_device(Context &context, vn_alloc_fn alloc, si
     void *const raw = alloc(size);
     if (raw == nullptr) return nullptr;
     records.block->kind = Kind::kDevice;
-    records.block->raw = records.block->user = raw;
-    records.block->size = static_cast<uint32_t>(size);
+    records.block->raw = static_cast<unsigned char *>(raw);
+    records.block->size = size;
     return record(context, std::move(records.block), std::move(records.spare_site), site);
 }
 

@@ -22,15 +22,6 @@ constexpr unsigned kStepsAtOnce = 512;
 // How far it walks although somebody waits: without them a busy program would never be checked.
 constexpr unsigned kStepsAtLeast = 16;
 
-// Fibonacci hashing of the bits that differ between blocks, folded so that the low bits, which
-// choose the bucket, depend on all of them.
-uint32_t hash_address(const void *address)
-{
-    const auto value = reinterpret_cast<uintptr_t>(address);
-    const auto mixed = static_cast<uint32_t>(value >> 2) * 0x9E3779B1u;
-    return mixed ^ (mixed >> 15);
-}
-
 uint32_t hash_tag(const char *tag) // FNV-1a
 {
     uint32_t hash = 0x811C9DC5u;
@@ -62,14 +53,15 @@ void Registry::keep_spare(Owned<Site> site)
 Block *Registry::find(const void *user)
 {
     return by_user_.find(hash_address(user),
-                         [&](const Block &block) { return block.user == user; });
+                         [&](const Block &block) { return block.user() == user; });
 }
 
 Site &Registry::site_of(const char *tag, Owned<Site> spare)
 {
     const uint32_t hash = hash_tag(tag);
-    Site *const known =
-        by_tag_.find(hash, [&](const Site &site) { return strcmp(site.tag, tag) == 0; });
+    Site *const known = by_tag_.find(hash, [&](const Site &site) {
+        return site.tag_hash == hash && strcmp(site.tag, tag) == 0;
+    });
     if (known != nullptr) {
         keep_spare(std::move(spare));
         sites_.raise(*known);
@@ -78,10 +70,11 @@ Site &Registry::site_of(const char *tag, Owned<Site> spare)
     Site &fresh = *spare.release();
     fresh = {};
     fresh.tag = tag;
+    fresh.tag_hash = hash;
     make_empty(fresh.blocks);
     sites_.add(fresh);
     walk_.site_appears(fresh);
-    by_tag_.insert(fresh, hash);
+    by_tag_.insert(fresh);
     return fresh;
 }
 
@@ -91,9 +84,9 @@ void Registry::add(Owned<Block> block, const char *tag, Owned<Site> spare)
     Block &added = *block.release();
     Site &site = site_of(tag, std::move(spare));
     added.site = &site;
-    site.live_bytes += added.size;
+    site.live_bytes += static_cast<uint32_t>(added.size);
     link_after(site.blocks, added);
-    by_user_.insert(added, hash_address(added.user));
+    by_user_.insert(added);
     // The pass under way does not come back to the front of a list: a block that was resized away
     // from where it was still to be visited is visited here.
     if (walk_.under_way()) examine(added);
@@ -105,7 +98,7 @@ Owned<Block> Registry::discharge(Block &block)
     Site &site = *block.site;
     walk_.block_leaves(block);
     unlink(block);
-    site.live_bytes -= block.size;
+    site.live_bytes -= static_cast<uint32_t>(block.size);
     const bool last = site.live_count == 1;
     if (last) walk_.site_leaves(site);
     sites_.lower(site);
@@ -140,7 +133,7 @@ void Registry::put_back(Block &block)
 {
     const PoliteLock hold(mutex_);
     block.lifted = false;
-    by_user_.insert(block, hash_address(block.user));
+    by_user_.insert(block);
 }
 
 Owned<Block> Registry::remove_lifted(Block &block)
@@ -154,10 +147,10 @@ void Registry::examine(const Block &block)
 {
     if (block.kind != Kind::kGuarded || block.lifted) return;
     const uint32_t pre = read_marker(block.raw);
-    const uint32_t post = read_marker(block.post);
+    const uint32_t post = read_marker(block.post());
     const auto die = [&](const char *which, uint32_t word) {
         last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag, static_cast<int>(block.line),
-                   static_cast<size_t>(block.size), which, word);
+                   static_cast<size_t>(static_cast<uint32_t>(block.size)), which, word);
     };
     if (pre != kMarker) die("PreMarker", pre);
     if (post != pre) die("PostMarker", post);

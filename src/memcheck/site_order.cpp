@@ -5,43 +5,37 @@
 
 namespace vn::memcheck {
 
-namespace {
-
-uint32_t hash_count(int32_t count)
-{
-    return static_cast<uint32_t>(count); // counts are dense: neighbours get buckets of their own
-}
-
-} // namespace
-
 SiteOrder::SiteOrder()
 {
     make_empty(sentinel_);
 }
 
-Site *SiteOrder::first_with(int32_t count)
+// There is such a site. Its hash is the count itself: counts are dense, and neighbours get buckets
+// of their own.
+Site &SiteOrder::first_with(int32_t count)
 {
-    return first_of_run_.find(hash_count(count),
-                              [&](const Site &site) { return site.live_count == count; });
+    return *first_of_run_.find(static_cast<uint32_t>(count),
+                               [&](const Site &site) { return site.live_count == count; });
 }
 
 void SiteOrder::set_first(Site &site, Site &last)
 {
     site.run_last = &last;
-    first_of_run_.insert(site, hash_count(site.live_count));
+    first_of_run_.insert(site);
 }
 
-// The site, already in its place, is the first of its count from now on.
+// The site, already in its place, is the first of its count from now on. If there are others, the
+// first of them follows it.
 void SiteOrder::join_in_front(Site &site)
 {
-    Site *const run = first_with(site.live_count);
-    if (run != nullptr) first_of_run_.remove(*run);
-    set_first(site, run != nullptr ? *run->run_last : site);
+    Site &next = *site.next;
+    const bool others = next.live_count == site.live_count;
+    if (others) first_of_run_.remove(next);
+    set_first(site, others ? *next.run_last : site);
 }
 
-void SiteOrder::leave_run(Site &site)
+void SiteOrder::leave_run(Site &site, Site &first)
 {
-    Site &first = *first_with(site.live_count);
     if (&first != &site) {
         if (first.run_last == &site) first.run_last = site.prev;
         return;
@@ -60,11 +54,12 @@ void SiteOrder::add(Site &site)
 
 void SiteOrder::raise(Site &site)
 {
-    Site *const last = first_with(site.live_count)->run_last;
-    leave_run(site);
-    if (last != &site) {
+    Site &first = first_with(site.live_count);
+    Site &last = *first.run_last;
+    leave_run(site, first);
+    if (&last != &site) {
         unlink(site);
-        link_after(*last, site);
+        link_after(last, site);
     }
     ++site.live_count;
     join_in_front(site);
@@ -72,19 +67,19 @@ void SiteOrder::raise(Site &site)
 
 void SiteOrder::lower(Site &site)
 {
-    Site *const first = first_with(site.live_count);
-    leave_run(site);
-    if (first != &site) {
+    Site &first = first_with(site.live_count);
+    leave_run(site, first);
+    if (&first != &site) {
         unlink(site);
-        link_after(*first->prev, site);
+        link_after(*first.prev, site);
     }
     if (--site.live_count == 0) {
         unlink(site);
         --size_;
         return;
     }
-    if (Site *const run = first_with(site.live_count))
-        run->run_last = &site;
+    if (site.prev->live_count == site.live_count)
+        first_with(site.live_count).run_last = &site;
     else
         set_first(site, site);
 }

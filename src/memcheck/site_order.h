@@ -13,6 +13,7 @@
 #pragma once
 
 #include "memcheck/records.h"
+#include "memcheck/table.h"
 
 namespace vn::memcheck {
 
@@ -28,14 +29,14 @@ public:
     [[nodiscard]] uint32_t size() const { return size_; }
 
 private:
-    Site *first_with(int32_t count);
+    Site &first_with(int32_t count);
     void set_first(Site &site, Site &last);
     void join_in_front(Site &site);
-    void leave_run(Site &site);
+    void leave_run(Site &site, Site &first);
 
     Site sentinel_{};
     uint32_t size_ = 0;
-    Table<Site, &Site::by_count> first_of_run_;
+    Table<Site, &Site::next_by_count, &Site::live_count> first_of_run_;
 };
 
 } // namespace vn::memcheck

@@ -16,52 +16,54 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 
 namespace vn::memcheck {
 
-template <typename T>
-struct Hook { // what an item needs to be in one table
-    T *next;
-    uint32_t hash;
-};
-
-template <typename T, Hook<T> T::*hook>
+// `next` is the item's link in this table, `hash` its member that tells its hash, which does not
+// change while the item is in the table.
+template <typename T, T *T::*next, auto hash>
 class Table {
 public:
-    void insert(T &item, uint32_t hash)
+    void insert(T &item)
     {
         if (++items_ > buckets_) split_next();
-        T *&head = bucket_of(hash);
-        (item.*hook) = {head, hash};
+        T *&head = bucket_of(hash_of(item));
+        item.*next = head;
         head = &item;
     }
 
     void remove(T &item)
     {
-        T **link = &bucket_of((item.*hook).hash);
-        while (*link != &item) link = &((*link)->*hook).next;
-        *link = (item.*hook).next;
+        T **link = &bucket_of(hash_of(item));
+        while (*link != &item) link = &((*link)->*next);
+        *link = item.*next;
         --items_;
     }
 
-    // The newest item with this hash of which `matches(item)` is true, or null.
+    // The newest item with this hash of which `matches(item)` is true, or null. Others may have the
+    // same place in the table: the answer must not be true for them.
     template <typename Matches>
-    T *find(uint32_t hash, Matches matches)
+    T *find(uint32_t hash_wanted, Matches matches)
     {
-        T *item = bucket_of(hash);
-        while (item != nullptr && !((item->*hook).hash == hash && matches(*item)))
-            item = (item->*hook).next;
+        T *item = bucket_of(hash_wanted);
+        while (item != nullptr && !matches(*item)) item = item->*next;
         return item;
     }
 
 private:
+    static uint32_t hash_of(const T &item)
+    {
+        return static_cast<uint32_t>(std::invoke(hash, item));
+    }
+
     static constexpr size_t kInTable = 64;
     static constexpr size_t kSegments = 24; // the last one ends at 2^30 buckets
 
-    T *&bucket_of(uint32_t hash)
+    T *&bucket_of(uint32_t hash_wanted)
     {
         const size_t round = std::bit_floor(buckets_);
-        const size_t index = hash & (2 * round - 1);
+        const size_t index = hash_wanted & (2 * round - 1);
         return bucket(index < buckets_ ? index : index - round);
     }
 
@@ -93,10 +95,10 @@ private:
         const size_t round = std::bit_floor(buckets_);
         T **stay = &bucket(buckets_ - round);
         T **move = &bucket(buckets_);
-        for (T *item = *stay; item != nullptr; item = (item->*hook).next) {
-            T **&tail = ((item->*hook).hash & round) != 0 ? move : stay;
+        for (T *item = *stay; item != nullptr; item = item->*next) {
+            T **&tail = (hash_of(*item) & round) != 0 ? move : stay;
             *tail = item;
-            tail = &(item->*hook).next;
+            tail = &(item->*next);
         }
         *stay = *move = nullptr;
         ++buckets_;
