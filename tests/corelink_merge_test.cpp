@@ -18,16 +18,7 @@
 
 namespace {
 
-using test::array;
-using test::boolean;
-using test::Node;
-using test::number;
-using test::paths_of;
-using test::string;
-using test::structure;
-using test::text_of;
-using test::Tree;
-using test::Yield;
+using namespace test::trees;
 
 using Operation = int (*)(clparse_head *, clparse_head *);
 constexpr Operation kOperations[] = {clparse_select, clparse_update, clparse_insert};
@@ -141,7 +132,7 @@ TEST(CorelinkMerge, GivesTheTargetTheTypeAndValueOfTheSource)
         {[] { return boolean("x", 1); }, "x=true"},
         {[] { return boolean("x", 0); }, "x=false"},
         {[] {
-             Node *const node = test::null("xx");
+             Node *const node = null("xx");
              node->tag[1] = '\0';
              return node;
          },
@@ -171,7 +162,7 @@ TEST(CorelinkMerge, CopiesTextsRatherThanSharingThem)
 
 TEST(CorelinkMerge, CopiesAnAbsentText)
 {
-    const Tree target("aa=\"old\""), source{test::textless("aa"), test::textless("bb")};
+    const Tree target("aa=\"old\""), source{textless("aa"), textless("bb")};
     EXPECT_EQ(clparse_insert(target, source), 0);
     EXPECT_EQ(clparse_get_type(target, "aa"), 1);
     EXPECT_EQ(target.at("aa")->value.text, nullptr);
@@ -875,15 +866,15 @@ private:
         case 0: return string(tag.c_str(), text(model).c_str());
         case 1: return number(tag.c_str(), value(model, 2, 1000));
         case 2: return boolean(tag.c_str(), static_cast<int>(value(model, 3, 2)));
-        case 3: return test::null(tag);
+        case 3: return null(tag);
         case 4: model.type = 4; return structure(tag.c_str());
         default: model.type = 5; return array(tag.c_str());
         }
     }
     Node *untagged(Model &model)
     {
-        if (pick(2) == 0) return test::untagged('"' + text(model) + '"');
-        return test::untagged(std::to_string(value(model, 2, 1000)));
+        if (pick(2) == 0) return test::trees::untagged('"' + text(model) + '"');
+        return test::trees::untagged(std::to_string(value(model, 2, 1000)));
     }
     std::string text(Model &model)
     {

@@ -18,16 +18,7 @@
 namespace {
 
 using fault::for_each_failing_allocation;
-using test::array;
-using test::boolean;
-using test::Node;
-using test::number;
-using test::string;
-using test::structure;
-using test::take;
-using test::text_of;
-using test::Tree;
-using test::Yield;
+using namespace test::trees;
 
 // Members enough to outgrow every buffer that a writer starts with.
 Node *wide(const char *tag)

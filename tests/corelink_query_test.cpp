@@ -13,15 +13,7 @@
 
 namespace {
 
-using test::array;
-using test::boolean;
-using test::Node;
-using test::number;
-using test::string;
-using test::structure;
-using test::take;
-using test::Tree;
-using test::Yield;
+using namespace test::trees;
 
 enum Type { kAny = -1, kNull, kString, kNumber, kBoolean, kStruct, kArray, kFunction };
 
@@ -251,7 +243,7 @@ TEST(CorelinkTagtype, AppliesTheTypeToTheEndOfThePathOnly)
 TEST(CorelinkTagtype, FindsNullNodesAndFunctionNodesByTheirTypes)
 {
     Yield yield;
-    const Tree tree{number("x", 1), test::null("xx"), yield.node("x")};
+    const Tree tree{number("x", 1), null("xx"), yield.node("x")};
     EXPECT_EQ(clparse_get_tagtype(tree.root(), "xx", kNull), tree.at("1"));
     EXPECT_EQ(clparse_get_tagtype(tree.root(), "x", kFunction), tree.at("2"));
     EXPECT_EQ(clparse_get_tagtype(tree.root(), "x", kNull), nullptr);
@@ -270,7 +262,7 @@ TEST(CorelinkGetType, GivesTheTypeOfTheNodeAtThePath)
 
 TEST(CorelinkGetType, GivesMinusOneForNoNodeAndNoTree)
 {
-    const Tree tree{test::null("none")};
+    const Tree tree{null("none")};
     EXPECT_EQ(clparse_get_type(tree, "none"), kNull);
     EXPECT_EQ(clparse_get_type(tree, "other"), -1);
     EXPECT_EQ(clparse_get_type(nullptr, "none"), -1);
@@ -395,7 +387,7 @@ TEST(CorelinkGetString, ClearsItsOutputWhenThereIsNoString)
 
 TEST(CorelinkGetString, SucceedsWithNullForAnAbsentText)
 {
-    const Tree tree{test::textless("a")};
+    const Tree tree{textless("a")};
     char untouched[] = "x", *value = untouched;
     EXPECT_EQ(clparse_get_string(tree, &value, "a"), 0);
     EXPECT_EQ(value, nullptr);
@@ -452,7 +444,7 @@ TEST(CorelinkGetPath, PrefixesThePathAsItWasGiven)
 
 TEST(CorelinkGetPath, GivesALeafsOwnTag)
 {
-    const Tree tree{structure("a", {string("b", "text")}), test::null("none")};
+    const Tree tree{structure("a", {string("b", "text")}), null("none")};
     EXPECT_EQ(listing(tree, "a.b"), "b");
     EXPECT_EQ(listing(tree, "0.0"), "b");
     EXPECT_EQ(listing(tree, "none"), "none");

@@ -11,16 +11,7 @@
 
 namespace {
 
-using test::array;
-using test::boolean;
-using test::Node;
-using test::number;
-using test::paths_of;
-using test::string;
-using test::structure;
-using test::text_of;
-using test::Tree;
-using test::Yield;
+using namespace test::trees;
 
 // ---------------------------------------------------------------- compact form
 
@@ -30,7 +21,7 @@ TEST(CorelinkText, WritesAnEmptyTreeAsTheEmptyText)
     for (const int path_mode : {0, 1}) {
         char *text = nullptr;
         EXPECT_EQ(clparse_get_corelink(tree, &text, static_cast<unsigned char>(path_mode)), 0);
-        EXPECT_EQ(test::take(text), "");
+        EXPECT_EQ(take(text), "");
     }
 }
 
@@ -57,7 +48,7 @@ TEST(CorelinkText, WritesEachKindOfNodeInAStructAndInAnArray)
         {[] { return boolean("b", 128); }, "b=true", "true", "b=llu"},
         {[] { return structure("e"); }, "e={}", "{}", ""},
         {[] { return array("a"); }, "a=[]", "[]", ""},
-        {[] { return test::null("none"); }, "none", "", "none"},
+        {[] { return null("none"); }, "none", "", "none"},
     };
     for (const auto &row : kRows) {
         const Tree member{row.make()};
@@ -77,7 +68,7 @@ TEST(CorelinkText, EscapesQuotesInStrings)
 
 TEST(CorelinkText, SeparatesMembersAlsoWhereOneWritesNothing)
 {
-    const Tree tree{array("a", {test::null("none"), number("n", 1), test::null("none")})};
+    const Tree tree{array("a", {null("none"), number("n", 1), null("none")})};
     EXPECT_EQ(text_of(tree), "a=[,1,]");
 }
 
@@ -110,13 +101,13 @@ TEST(CorelinkText, WritesNodesOfUnknownTypesAsNull)
 
 TEST(CorelinkText, ShowsAMissingTagOutsideAnArrayAsPrintfDoes)
 {
-    const Tree tree{test::untagged("1")};
+    const Tree tree{untagged("1")};
     EXPECT_EQ(text_of(tree), "(null)=1");
 }
 
 TEST(CorelinkText, StoresNullAndFailsForAStringWithoutText)
 {
-    const Tree tree{number("n", 1), structure("s", {test::textless("t")}), number("m", 2)};
+    const Tree tree{number("n", 1), structure("s", {textless("t")}), number("m", 2)};
     for (const int path_mode : {0, 1}) {
         char untouched[] = "x", *text = untouched;
         EXPECT_EQ(clparse_get_corelink(tree, &text, static_cast<unsigned char>(path_mode)), -1);
@@ -139,7 +130,7 @@ TEST(CorelinkPaths, WritesEveryLeafByItsPath)
 {
     const Tree tree{number("count", 3),
                     structure("opts", {boolean("on", 1), structure("deep", {string("s", "t")})}),
-                    test::null("flag")};
+                    null("flag")};
     EXPECT_EQ(paths_of(tree), "count=llu,opts.on=llu,opts.deep.s=\"t\",flag");
 }
 
@@ -152,7 +143,7 @@ TEST(CorelinkPaths, KeepsTheTagsOfArrayMembers)
 
 TEST(CorelinkPaths, WritesThePathOfANullNodeInAnArray)
 {
-    const Tree tree{array("a", {test::null("none")})};
+    const Tree tree{array("a", {null("none")})};
     EXPECT_EQ(paths_of(tree), "a.none");
 }
 
@@ -194,7 +185,7 @@ TEST(CorelinkPaths, TakesAnyNonZeroValueForTheMode)
     const Tree tree{number("a", 1)};
     char *text = nullptr;
     EXPECT_EQ(clparse_get_corelink(tree, &text, 200), 0);
-    EXPECT_EQ(test::take(text), "a=llu");
+    EXPECT_EQ(take(text), "a=llu");
 }
 
 // ---------------------------------------------------------------- function nodes
@@ -287,7 +278,7 @@ TEST(CorelinkTextFunction, IgnoresTheResultOfTheReleaseCallback)
 
 TEST(CorelinkTextFunction, ReleasesTheResultAlsoWhenTheTextFails)
 {
-    const Tree leaves{structure("inner", {test::textless("t")})};
+    const Tree leaves{structure("inner", {textless("t")})};
     Yield inner{leaves.at("inner")};
     const Tree outer_result{structure("outer", {structure("s", {inner.node("g")})})};
     Yield outer{outer_result.at("outer")}, later;
@@ -379,7 +370,7 @@ TEST(CorelinkText, WritesAHundredThousandLevelsOnASmallStack)
         path += "ab.";
     }
     for (size_t i = kDepth; i-- > 0;) expected += i % 2 != 0 ? '}' : ']';
-    clparse_append_child(inner, test::null("end"));
+    clparse_append_child(inner, null("end"));
     std::optional<std::string> text, paths;
     test::on_small_stack([&] {
         text = text_of(tree);

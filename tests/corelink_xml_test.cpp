@@ -15,14 +15,7 @@
 
 namespace {
 
-using test::array;
-using test::boolean;
-using test::Node;
-using test::number;
-using test::string;
-using test::structure;
-using test::Tree;
-using test::xml_of;
+using namespace test::trees;
 
 constexpr unsigned char kCompact = 0, kPretty = 1;
 
@@ -49,7 +42,7 @@ TEST(CorelinkXml, ReturnsZero)
     const Tree tree;
     char *xml = nullptr;
     EXPECT_EQ(clparse_get_xml(tree, &xml, kPretty), 0);
-    EXPECT_EQ(test::take(xml), pretty(""));
+    EXPECT_EQ(take(xml), pretty(""));
 }
 
 TEST(CorelinkXml, WritesEachKindOfLeaf)
@@ -66,7 +59,7 @@ TEST(CorelinkXml, WritesEachKindOfLeaf)
         {boolean("b", 0), "<b type=\"boolean\">false</b>"},
         {boolean("b", 2), "<b type=\"boolean\">true</b>"},
         {boolean("b", 256), "<b type=\"boolean\">false</b>"},
-        {test::null("none"), "<none type=\"null\" />"},
+        {null("none"), "<none type=\"null\" />"},
         {clparse_create_function_node("f", nullptr, nullptr, nullptr, nullptr),
          "<f type=\"null\" />"},
         {structure("e"), "<e type=\"struct\"></e>"},
@@ -107,7 +100,7 @@ TEST(CorelinkXml, IndentsEveryKindOfElement)
 {
     const Tree tree{structure("e"),
                     array("a", {string("x", "t"), structure("y", {boolean("b", 1)})}),
-                    test::null("none")};
+                    null("none")};
     EXPECT_EQ(xml_of(tree, kPretty), pretty("\t<e type=\"struct\">\n"
                                             "\t</e>\n"
                                             "\t<a type=\"array\">\n"
@@ -129,7 +122,7 @@ TEST(CorelinkXml, TakesAnyNonZeroValueForPretty)
 TEST(CorelinkXml, NamesEveryMemberOfAnArrayLi)
 {
     const Tree tree{array("a", {string("x", "1"), string("y", "2"), array("z", {number("q", 3)}),
-                                test::null("none"), structure("s", {number("own", 4)})})};
+                                null("none"), structure("s", {number("own", 4)})})};
     EXPECT_EQ(xml_of(tree),
               compact("<a type=\"array\"><li type=\"string\">1</li><li type=\"string\">2</li>"
                       "<li type=\"array\"><li type=\"number\">3</li></li><li type=\"null\" />"
@@ -179,13 +172,13 @@ TEST(CorelinkXml, WritesTagsWithoutEscaping)
 
 TEST(CorelinkXml, ShowsAMissingTagOutsideAnArrayAsPrintfDoes)
 {
-    const Tree tree{test::untagged("1")};
+    const Tree tree{untagged("1")};
     EXPECT_EQ(xml_of(tree), compact("<(null) type=\"number\">1</(null)>"));
 }
 
 TEST(CorelinkXml, DoesNotResolveFunctionNodes)
 {
-    test::Yield yield;
+    Yield yield;
     const Tree tree{yield.node("f"), array("a", {yield.node("g")})};
     EXPECT_EQ(xml_of(tree),
               compact("<f type=\"null\" /><a type=\"array\"><li type=\"null\" /></a>"));
@@ -201,7 +194,7 @@ TEST(CorelinkXml, WritesNodesOfUnknownTypesAsNull)
 
 TEST(CorelinkXml, StoresNullAndReturnsZeroForAStringWithoutText)
 {
-    const Tree tree{number("n", 1), structure("s", {test::textless("t")}), number("m", 2)};
+    const Tree tree{number("n", 1), structure("s", {textless("t")}), number("m", 2)};
     char untouched[] = "x", *xml = untouched;
     EXPECT_EQ(clparse_get_xml(tree, &xml, kPretty), 0);
     EXPECT_EQ(xml, nullptr);
@@ -314,7 +307,7 @@ Node *random_node(std::mt19937 &random, int depth)
     case 0: return number(tag, random());
     case 1: return boolean(tag, static_cast<int>(random() % 2));
     case 2: return string(tag, "<it's> & \"that\"");
-    case 3: return test::null("null_node");
+    case 3: return null("null_node");
     default: break;
     }
     Node *const container = random() % 2 != 0 ? structure(tag) : array(tag);

@@ -9,7 +9,7 @@
 #include "vnlib/corelink.h"
 #include "vnlib/memcheck.h"
 
-namespace test {
+namespace test::trees {
 
 using Node = clparse_node;
 
@@ -148,4 +148,4 @@ inline std::optional<std::string> xml_of(clparse_head *head, unsigned char prett
     return take(text);
 }
 
-} // namespace test
+} // namespace test::trees
