@@ -108,7 +108,7 @@ void accept_all(int listener, const std::function<void(int)> &handle)
     }
 }
 
-// ---- the library's relay: PDUs, one after the other, on a stream
+// ---- the library's relay: PDUs, one after the other, as packets or on a stream
 
 class Link {
 public:
@@ -180,7 +180,7 @@ void run_library(uint16_t port, int near, int far)
 void run_library_over_unix(uint16_t port)
 {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0) run_library(port, ends[0], ends[1]);
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) == 0) run_library(port, ends[0], ends[1]);
 }
 
 void run_library_over_tcp(uint16_t port)

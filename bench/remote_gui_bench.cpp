@@ -1,12 +1,11 @@
 // The Remote GUI's relay beside others that bring a client to a server behind another machine:
 // socat twice over, ssh -L, and bytes that are moved within the kernel (splice). All ends are
-// processes of their own on this machine, linked by a Unix socket (vnlib) or by TCP, so that the
-// times are real times: what counts is when the client has its answer.
+// processes of their own on this machine, linked by a Unix socket of packets (vnlib) or by TCP, so
+// that the times are real times: what counts is when the client has its answer.
 //
 // Sizes are bytes; of requests, bytes of the answer.
 #include "bench.h"
 
-#include <array>
 #include <cstring>
 #include <unistd.h>
 #include <utility>
@@ -21,6 +20,7 @@ namespace {
 
 constexpr size_t kRequest = 300; // bytes of a request
 constexpr size_t kClients = 16;
+constexpr size_t kLargest = 64 << 20;
 
 const std::vector<Way> &ways()
 {
@@ -35,16 +35,13 @@ public:
     Client(Client &&from) noexcept : fd_(std::exchange(from.fd_, -1)) {}
     ~Client() { close(fd_); }
 
+    // In one go, as far as the socket takes it.
     bool ask(size_t upload, size_t download) const
     {
-        static const std::vector<char> zeros(64 << 20);
+        static std::vector<unsigned char> bytes(sizeof(Order) + kLargest);
         const Order order{static_cast<uint32_t>(upload), static_cast<uint32_t>(download)};
-        if (upload > kRequest)
-            return relays::write_all(fd_, &order, sizeof order) &&
-                   relays::write_all(fd_, zeros.data(), upload);
-        std::array<char, sizeof order + kRequest> whole{};
-        memcpy(whole.data(), &order, sizeof order);
-        return relays::write_all(fd_, whole.data(), sizeof order + upload);
+        memcpy(bytes.data(), &order, sizeof order);
+        return relays::write_all(fd_, bytes.data(), sizeof order + upload);
     }
     bool receive(size_t download) const { return relays::read_all(fd_, download); }
 
@@ -111,7 +108,7 @@ struct Operation {
     size_t size;
 };
 constexpr Operation kOperations[] = {
-    {"download", download, 64 << 20}, {"download", download, 1 << 16}, {"upload", upload, 64 << 20},
+    {"download", download, kLargest}, {"download", download, 1 << 16}, {"upload", upload, kLargest},
     {"upload", upload, 1 << 16},      {"latency", latency, 1000},      {"requests", requests, 1000},
     {"connects", connects, 1000},
 };
