@@ -54,7 +54,8 @@ def family_of(program):
 
 def run(program, output, pattern, minimum, quick):
     """One pass of one program; returns its seconds, or None when it failed."""
-    command = [program, "--benchmark_out_format=json", f"--benchmark_out={output}",
+    partial = output.with_suffix(".part")
+    command = [program, "--benchmark_out_format=json", f"--benchmark_out={partial}",
                "--benchmark_enable_random_interleaving=true", "--benchmark_repetitions=1",
                f"--benchmark_min_time={minimum}", f"--benchmark_filter={pattern}"]
     environment = dict(os.environ)
@@ -65,10 +66,10 @@ def run(program, output, pattern, minimum, quick):
     with log.open("w") as stderr:
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=stderr, env=environment, check=False)
-    if done.returncode == 0 and output.exists() and output.stat().st_size > 0:
+    if done.returncode == 0 and partial.exists() and partial.stat().st_size > 0:
         log.unlink()
+        partial.rename(output)
         return time.monotonic() - begin
-    output.unlink(missing_ok=True)
     print(f"{program} failed:\n{''.join(log.open().readlines()[-3:])}", file=sys.stderr)
     return None
 
