@@ -21,7 +21,7 @@ import results
 PASSES = 5
 MINIMUM = 0.02  # seconds a row
 QUICK_MINIMUM = 0.002
-QUICK_SECONDS = 40
+QUICK_SECONDS = 35
 LONG_SECONDS = 200  # a pass of a program that takes longer is not repeated
 DIGIT = "[0-9]"
 
