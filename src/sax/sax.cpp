@@ -376,10 +376,13 @@ bool Parser::parse()
 inline size_t Parser::copy_run(char *__restrict to, std::span<const unsigned char> from,
                                size_t state)
 {
-    size_t length = kStoppers[state][0] != 0 ? copy_blocks(to, from, kStoppers[state], lines_) : 0;
-    for (; length < from.size() && goes_on(kRuns[state], from[length]); ++length)
-        to[length] = static_cast<char>(from[length]);
-    return length;
+    const size_t in_blocks =
+        kStoppers[state][0] != 0 ? copy_blocks(to, from, kStoppers[state], lines_) : 0;
+    const uint32_t run = kRuns[state];
+    const unsigned char *at = from.data() + in_blocks;
+    const unsigned char *const end = from.data() + from.size();
+    for (to += in_blocks; at != end && goes_on(run, *at); ++at) *to++ = static_cast<char>(*at);
+    return static_cast<size_t>(at - from.data());
 }
 
 bool Parser::perform(uint8_t action, size_t state, int c)
