@@ -60,7 +60,7 @@ private:
     const int errno_;
     const char *const format_;
     int length_;
-    char kept_[1024];
+    char kept_[2048];
 };
 
 int lose(char **str)

@@ -54,7 +54,7 @@ TEST(VnAsprintfFaults, ChargesExactlyTheNeededBytesToTheGivenSite)
 
 TEST(VnAsprintfFaults, AnswersMinusOneAndNullWithoutMemory)
 {
-    const std::string filler(1300, 'x');
+    const std::string filler(2300, 'x');
     for (const char *value : {"short", filler.c_str()}) {
         char *text = const_cast<char *>("stale");
         const fault::FailAllocations plan(1);
