@@ -13,12 +13,15 @@
 
 #include <utility>
 
+#include "support/small.h"
+
 namespace vn::list_sort {
 namespace {
 
 using Compare = int (*)(list_link *a, list_link *b);
 
-// From so many items on a chain is too long for the caches near the processor.
+// From so many items on a chain is too long for the caches near the processor. A small build merges
+// all chains in the plain way.
 constexpr int kManyItems = 1 << 14;
 
 // The items merged last, in a ring: when one leaves it, it gets its link ahead.
@@ -89,7 +92,8 @@ list_link *sort(list_link *&rest, int count, bool last, Compare compare)
         count < 4 ? take_one(rest, false) : sort(rest, count / 2, false, compare);
     list_link *const second =
         count == 2 ? take_one(rest, last) : sort(rest, count - count / 2, last, compare);
-    return (count < kManyItems ? merge<NoLinksAhead> : merge<LinksAhead>)(first, second, compare);
+    return (kSmall || count < kManyItems ? merge<NoLinksAhead> : merge<LinksAhead>)(first, second,
+                                                                                    compare);
 }
 
 void close_ring(list_link &head, list_link *chain)

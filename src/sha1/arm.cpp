@@ -53,7 +53,7 @@ template <size_t... kGroup>
 
 } // namespace
 
-VN_SHA void compress_arm(uint32_t *state, const uint8_t *blocks, size_t count)
+VN_SHA void compress_native(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     State now = {vld1q_u32(state), state[4]};
     for (; count != 0; --count, blocks += digest::kBlockSize) {

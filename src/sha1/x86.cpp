@@ -64,7 +64,7 @@ template <size_t... kGroup>
 
 } // namespace
 
-VN_SHA void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count)
+VN_SHA void compress_native(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     constexpr int kReverse = 0x1B;
     State now = {_mm_shuffle_epi32(load(state), kReverse),

@@ -29,21 +29,15 @@ alignas(64) inline constexpr std::array<uint32_t, kRounds> kRoundConstants = {
 
 void compress_unrolled(uint32_t *state, const uint8_t *blocks, size_t count);
 void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count); // the small one
-#if VN_CPU_X86
-void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count);
-#endif
-#if VN_CPU_ARM_SHA
-void compress_arm(uint32_t *state, const uint8_t *blocks, size_t count);
+#if VN_CPU_SHA
+void compress_native(uint32_t *state, const uint8_t *blocks, size_t count);
 #endif
 
 // Calls the best version that this processor has.
 inline void compress(uint32_t *state, const uint8_t *blocks, size_t count)
 {
-#if VN_CPU_X86
-    if (cpu::has(cpu::kSha256)) return compress_sha_ni(state, blocks, count);
-#endif
-#if VN_CPU_ARM_SHA
-    if (cpu::has(cpu::kSha256)) return compress_arm(state, blocks, count);
+#if VN_CPU_SHA
+    if (cpu::has(cpu::kSha256)) return compress_native(state, blocks, count);
 #endif
     return (kSmall ? compress_looped : compress_unrolled)(state, blocks, count);
 }

@@ -79,7 +79,7 @@ template <size_t... kGroup>
 
 } // namespace
 
-VN_SHA void compress_sha_ni(uint32_t *state, const uint8_t *blocks, size_t count)
+VN_SHA void compress_native(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     State now = load_state(state);
     for (; count != 0; --count, blocks += digest::kBlockSize) {

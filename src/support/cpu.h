@@ -31,6 +31,7 @@
 #else
 #define VN_CPU_ARM_SHA 0
 #endif
+#define VN_CPU_SHA (VN_CPU_X86 || VN_CPU_ARM_SHA) // instructions for SHA-1 and SHA-256
 
 namespace vn::cpu {
 
