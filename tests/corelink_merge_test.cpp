@@ -828,9 +828,11 @@ void show(std::string &out, const Node &node)
 // Makes a real node and its model at once.
 class Twins {
 public:
-    // One node in `rarity` is a function node; none with a rarity of 0.
-    Twins(unsigned seed, size_t width, size_t rarity, std::string &real_log)
-        : random_(seed), width_(width), rarity_(rarity), real_log_(real_log)
+    // One node in `rarity` is a function node; none with a rarity of 0. Tags come in any order, or
+    // in one order with few exceptions.
+    enum class Order { kNone, kMostly };
+    Twins(unsigned seed, size_t width, size_t rarity, Order order, std::string &real_log)
+        : random_(seed), width_(width), rarity_(rarity), order_(order), real_log_(real_log)
     {
     }
 
@@ -840,6 +842,7 @@ public:
         model->children = std::make_shared<std::vector<ModelPtr>>();
         for (size_t n = pick(width_ + 1); n > 0; --n) {
             const ModelPtr child = std::make_shared<Model>();
+            place_ = model->children->size();
             clparse_append_child(container, node(*child, depth));
             model->children->push_back(child);
         }
@@ -850,7 +853,8 @@ private:
     Node *node(Model &model, int depth)
     {
         if (rarity_ != 0 && pick(rarity_) == 0) return function(model, depth);
-        Node *const made = pick(5) == 0 ? untagged(model) : tagged(model, depth);
+        const bool has_tag = order_ == Order::kMostly || pick(5) != 0;
+        Node *const made = has_tag ? tagged(model, depth) : untagged(model);
         if (!model.is_container()) return made;
         const ModelPtr members = std::make_shared<Model>();
         fill(made, members, depth - 1);
@@ -860,7 +864,8 @@ private:
 
     Node *tagged(Model &model, int depth)
     {
-        const std::string tag = "t" + std::to_string(pick(width_));
+        const bool in_order = order_ == Order::kMostly && pick(100) != 0;
+        const std::string tag = "t" + std::to_string(in_order ? place_ : pick(width_));
         model.tag = tag;
         switch (pick(depth > 0 ? 6 : 4)) {
         case 0: return string(tag.c_str(), text(model).c_str());
@@ -904,16 +909,19 @@ private:
 
     std::mt19937 random_;
     const size_t width_, rarity_;
+    const Order order_;
+    size_t place_ = 0; // of the node that is made
     std::string &real_log_;
     std::vector<std::unique_ptr<Yield>> yields_;
     const Tree results_; // owns what the functions yield
 };
 
 // One random story: three trees, merged into one another and into themselves.
-void compare_with_the_plain_walk(unsigned seed, size_t width, int depth, size_t rarity)
+void compare_with_the_plain_walk(unsigned seed, size_t width, int depth, size_t rarity,
+                                 Twins::Order order = Twins::Order::kNone)
 {
     std::string real_log, model_log;
-    Twins twins(seed, width, rarity, real_log);
+    Twins twins(seed, width, rarity, order, real_log);
     const Tree trees[3];
     ModelPtr models[3];
     for (int i = 0; i < 3; ++i) {
@@ -955,6 +963,14 @@ TEST(CorelinkMerge, DoesWhatThePlainWalkDoesOnWideTrees)
     const QuietLog quiet;
     for (unsigned seed = 0; seed < 30 && !HasFatalFailure(); ++seed)
         compare_with_the_plain_walk(seed, 80, 1, seed % 2 == 0 ? 0 : 200);
+}
+
+TEST(CorelinkMerge, DoesWhatThePlainWalkDoesOnTreesInOneOrder)
+{
+    const QuietLog quiet;
+    for (unsigned seed = 0; seed < 200 && !HasFatalFailure(); ++seed)
+        compare_with_the_plain_walk(seed, 20 + seed % 60, 1, seed % 3 == 0 ? 200 : 0,
+                                    Twins::Order::kMostly);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "corelink/tag_hash.h"
 #include "corelink/tree.h"
 
 namespace vn::corelink {
@@ -16,15 +17,15 @@ MatchIndex *MatchIndex::build(const clparse_node &list, size_t limit)
     }
     void *const memory = std::malloc(sizeof(MatchIndex));
     if (memory == nullptr) return nullptr;
-    auto *const index = new (memory) MatchIndex;
-    if (index->resize(std::bit_ceil(count * 4 + 2)) && index->add_all(list)) return index;
+    auto *const index = new (memory) MatchIndex(list);
+    if (index->resize(std::bit_ceil(count * 2 + 2)) && index->add_all()) return index;
     destroy(index);
     return nullptr;
 }
 
-bool MatchIndex::add_all(const clparse_node &list)
+bool MatchIndex::add_all()
 {
-    for (clparse_node *node = list.next; node != &list; node = node->next) {
+    for (clparse_node *node = list_.next; node != &list_; node = node->next) {
         if (!add(*node)) return false;
     }
     return true;
@@ -37,26 +38,34 @@ void MatchIndex::destroy(MatchIndex *index)
     std::free(index);
 }
 
-clparse_node *MatchIndex::find(const clparse_node &source) const
+clparse_node *MatchIndex::find(const clparse_node &source)
 {
-    const Slot &slot = slot_of(source.tag, hash_of(source.tag));
-    if (slot.first == nullptr || !is_container(source) || is_container(*slot.first)) {
-        return slot.first;
-    }
-    return slot.later_container;
+    clparse_node *const first = first_with(source.tag);
+    if (first == nullptr) return nullptr;
+    expected_ = first->next;
+    if (!is_container(source) || is_container(*first)) return first;
+    return tags_differ_ ? nullptr : slot_of(source.tag, ~hash_of(source.tag)).child;
+}
+
+clparse_node *MatchIndex::first_with(const char *tag) const
+{
+    if (tags_differ_ && expected_ != &list_ && same_tag(expected_->tag, tag)) return expected_;
+    return slot_of(tag, hash_of(tag)).child;
 }
 
 bool MatchIndex::add(clparse_node &child)
 {
     if (used_ >= capacity_ / 2 && !resize(capacity_ * 2)) return false;
-    const uint32_t hash = hash_of(child.tag);
-    Slot &slot = slot_of(child.tag, hash);
-    if (slot.first == nullptr) {
-        slot = {&child, nullptr, hash};
-        ++used_;
-    } else if (slot.later_container == nullptr && is_container(child)) {
-        slot.later_container = &child;
+    uint32_t hash = hash_of(child.tag);
+    Slot *slot = &slot_of(child.tag, hash);
+    if (slot->child != nullptr) {
+        tags_differ_ = false;
+        hash = ~hash;
+        slot = &slot_of(child.tag, hash);
+        if (slot->child != nullptr || !is_container(child)) return true;
     }
+    *slot = {&child, hash};
+    ++used_;
     return true;
 }
 
@@ -66,19 +75,16 @@ MatchIndex::Slot &MatchIndex::slot_of(const char *tag, uint32_t hash) const
     size_t place = hash & (capacity_ - 1);
     for (;; place = (place + 1) & (capacity_ - 1)) {
         Slot &slot = slots_[place];
-        if (slot.first == nullptr) return slot;
-        if (slot.hash == hash && same_tag(slot.first->tag, tag)) return slot;
+        if (slot.child == nullptr) return slot;
+        if (slot.hash == hash && same_tag(slot.child->tag, tag)) return slot;
     }
 }
 
-// FNV-1a (Fowler, Noll, Vo), begun with the index's own address, so that nobody can write a text
-// whose tags all meet in one slot. An absent tag is a tag of its own.
+// Begun with the index's own address. An absent tag is a tag of its own.
 uint32_t MatchIndex::hash_of(const char *tag) const
 {
-    auto hash = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this) >> 4);
-    if (tag == nullptr) return hash;
-    for (; *tag != '\0'; ++tag) hash = (hash ^ static_cast<unsigned char>(*tag)) * 0x0100'0193u;
-    return hash ^ (hash >> 15);
+    const auto seed = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(this) >> 4);
+    return tag != nullptr ? hash_tag(tag, seed) : seed;
 }
 
 bool MatchIndex::resize(size_t capacity)
@@ -90,7 +96,7 @@ bool MatchIndex::resize(size_t capacity)
     slots_ = slots;
     capacity_ = capacity;
     for (size_t i = 0; i < old_capacity; ++i) {
-        if (old[i].first != nullptr) slot_of(old[i].first->tag, old[i].hash) = old[i];
+        if (old[i].child != nullptr) slot_of(old[i].child->tag, old[i].hash) = old[i];
     }
     std::free(old);
     return true;

@@ -39,7 +39,7 @@ enum class Outcome {
 };
 
 // How many comparisons a level takes part in before an index may pay.
-constexpr size_t kIndexFrom = 64;
+constexpr size_t kIndexFrom = 32;
 
 void report_null_node()
 {
@@ -138,6 +138,7 @@ private:
     Outcome step();
     Outcome search(Level &level);
     Outcome offer(Level &level, clparse_node &entry);
+    Outcome join(clparse_node &target, const clparse_node &source);
     Outcome finish(Level &level, Outcome outcome);
     [[nodiscard]] bool would_close_a_ring(const Level &level, const clparse_node &copy) const;
     bool append_copy(Level &level, OwnedNode &copy);
@@ -203,9 +204,9 @@ Outcome Merge::step()
 
 Outcome Merge::search(Level &level)
 {
-    if (const MatchIndex *const index = index_of(level)) {
+    if (MatchIndex *const index = index_of(level)) {
         clparse_node *const target = index->find(*level.source);
-        return target != nullptr ? offer(level, *target) : Outcome::kMissing;
+        return target != nullptr ? join(*target, *level.source) : Outcome::kMissing;
     }
     clparse_node *entry = level.target_list->next;
     for (; entry != level.target_list && entry != nullptr; entry = entry->next) {
@@ -227,9 +228,15 @@ Outcome Merge::offer(Level &level, clparse_node &entry)
         report_null_node();
         return Outcome::kMissing;
     }
-    if (!same_tag(target->tag, level.source->tag)) return Outcome::kNotThisOne;
-    if (is_container(*target) && is_container(*level.source)) return enter(*target, *level.source);
-    return take_value(*target, *level.source) ? Outcome::kFound : Outcome::kNotThisOne;
+    return same_tag(target->tag, level.source->tag) ? join(*target, *level.source)
+                                                    : Outcome::kNotThisOne;
+}
+
+// Merges two nodes of one tag, unless the source is a container and the target is none.
+Outcome Merge::join(clparse_node &target, const clparse_node &source)
+{
+    if (is_container(target) && is_container(source)) return enter(target, source);
+    return take_value(target, source) ? Outcome::kFound : Outcome::kNotThisOne;
 }
 
 // Ends the work on one source child. A function's result may be gone after its release callback:

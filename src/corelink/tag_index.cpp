@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "corelink/tag_hash.h"
 #include "corelink/tree.h"
 #include "vnlib/memcheck.h"
 
@@ -53,12 +54,10 @@ clparse_node *TagIndex::last_tagged(const clparse_node &container, const char *t
     return search_back(at, sentinel, tag, SIZE_MAX); // no memory for the table: slower, not wrong
 }
 
-// FNV-1a (Fowler, Noll, Vo) over the tag, begun with the seed and the container.
 size_t TagIndex::hash(const clparse_node *container, const char *tag) const
 {
-    auto state = static_cast<uint32_t>(seed_ ^ (reinterpret_cast<uintptr_t>(container) >> 3));
-    for (; *tag != '\0'; ++tag) state = (state ^ static_cast<unsigned char>(*tag)) * 0x0100'0193u;
-    return state ^ (state >> 15);
+    return hash_tag(tag,
+                    static_cast<uint32_t>(seed_ ^ (reinterpret_cast<uintptr_t>(container) >> 3)));
 }
 
 // The slot of the child with that tag, or the free one where it would stand.
