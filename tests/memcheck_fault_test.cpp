@@ -3,17 +3,24 @@
 #include "vnlib/memcheck.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <random>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
+#include <utility>
 
+#include "memcheck/registry.h"
 #include "memcheck/ring.h"
 #include "memcheck/walk.h"
 #include "support/checked_child.h"
@@ -40,6 +47,7 @@ struct {
     size_t longest_write = SIZE_MAX;
     std::vector<int> write_errors; // the next writes fail with these
     int create_error = EAGAIN;     // of pthread_create; 0 lets it through
+    std::function<void()> nap;     // what to do instead of sleeping
 } sys;
 
 void note(const std::string &call)
@@ -59,12 +67,20 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*body)(void *), void *argument);
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*body)(void *), void *argument);
+int __real_usleep(useconds_t duration);
+int __wrap_usleep(useconds_t duration);
+int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex);
+int __real_pthread_mutex_trylock(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_trylock(pthread_mutex_t *mutex);
+int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex);
 }
 
 // The library makes one system call by its number.
 long __wrap_syscall(long number, ...)
 {
-    EXPECT_EQ(number, SYS_write);
+    if (number != SYS_write) abort();
     va_list args;
     va_start(args, number);
     const int fd = va_arg(args, int);
@@ -77,7 +93,7 @@ long __wrap_syscall(long number, ...)
         return errno == 0 ? 0 : -1;
     }
     count = std::min(count, sys.longest_write);
-    note("write " + std::string(static_cast<const char *>(bytes), count));
+    if (sys.record) note("write " + std::string(static_cast<const char *>(bytes), count));
     return write(fd, bytes, count);
 }
 
@@ -100,6 +116,84 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
 {
     if (sys.create_error != 0) return sys.create_error;
     return __real_pthread_create(thread, attributes, body, argument);
+}
+
+// How long the checker keeps the registry, in seconds of its own processor time: what else runs on
+// the machine does not count. The registry's lock is the only one that is tried.
+namespace {
+
+struct {
+    std::atomic<bool> record = false;
+    std::atomic<pthread_mutex_t *> registry = nullptr;
+    std::atomic<unsigned> holds = 0;
+    std::atomic<double> longest = 0;
+    std::atomic<unsigned> most_without_nap = 0;
+} checker_holds;
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr double kLongestHold = 0.02; // everything takes longer
+#else
+constexpr double kLongestHold = 0.002;
+#endif
+
+const pthread_t main_thread = pthread_self();
+
+// Used in the checker only.
+double hold_began;
+unsigned holds_since_nap;
+
+bool is_checker_at(const pthread_mutex_t *mutex)
+{
+    return checker_holds.record && mutex == checker_holds.registry &&
+           pthread_equal(pthread_self(), main_thread) == 0;
+}
+
+double processor_time()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+template <typename T>
+void raise_to(std::atomic<T> &most, T value)
+{
+    most = std::max(most.load(), value);
+}
+
+} // namespace
+
+int __wrap_usleep(useconds_t duration)
+{
+    if (pthread_equal(pthread_self(), main_thread) == 0) holds_since_nap = 0;
+    if (!sys.nap) return __real_usleep(duration);
+    sys.nap();
+    return 0;
+}
+
+int __wrap_pthread_mutex_trylock(pthread_mutex_t *mutex)
+{
+    checker_holds.registry = mutex;
+    const int result = __real_pthread_mutex_trylock(mutex);
+    if (result == 0 && is_checker_at(mutex)) hold_began = processor_time();
+    return result;
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex)
+{
+    const int result = __real_pthread_mutex_lock(mutex);
+    if (is_checker_at(mutex)) hold_began = processor_time();
+    return result;
+}
+
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex)
+{
+    if (is_checker_at(mutex)) {
+        ++checker_holds.holds;
+        raise_to(checker_holds.longest, processor_time() - hold_began);
+        raise_to(checker_holds.most_without_nap, ++holds_since_nap);
+    }
+    return __real_pthread_mutex_unlock(mutex);
 }
 
 namespace {
@@ -512,4 +606,100 @@ TEST_F(WalkTest, LeavesANewSiteToTheNextPass)
     walk.begin();
     EXPECT_EQ(visit(99).size(), 6u);
     EXPECT_FALSE(walk.under_way());
+}
+
+// --- the checker beside a program at work -------------------------------------------------------
+
+namespace {
+
+using vn::memcheck::Owned;
+using vn::memcheck::Registry;
+
+// Many blocks of many sites, which change place when all blocks of one go over to another.
+class Crowd {
+public:
+    static constexpr size_t kSites = 40, kBlocksEach = 75;
+
+    explicit Crowd(unsigned seed) : random_(seed)
+    {
+        for (size_t site = 0; site < kSites; ++site) {
+            tags_.push_back("s" + std::to_string(site));
+            for (size_t i = 0; i < kBlocksEach; ++i) add(site);
+        }
+    }
+    // One that stays where it is.
+    unsigned char *take_out_any()
+    {
+        std::vector<unsigned char *> &blocks = blocks_[any(kSites)];
+        std::swap(blocks[any(blocks.size())], blocks.back());
+        unsigned char *const taken = blocks.back();
+        blocks.pop_back();
+        return taken;
+    }
+    void move()
+    {
+        const size_t to = any(kSites);
+        for (unsigned char *const block : std::exchange(blocks_[any(kSites)], {})) {
+            free(registry.remove(block)->raw);
+            add(to);
+        }
+    }
+    Registry registry;
+
+private:
+    size_t any(size_t bound) { return random_() % bound; }
+    void add(size_t site)
+    {
+        auto block = vn::memcheck::new_record<Block>();
+        block->raw = static_cast<unsigned char *>(malloc(8 + 8));
+        block->kind = vn::memcheck::Kind::kGuarded;
+        block->size = 8;
+        vn::memcheck::write_marker(block->raw);
+        vn::memcheck::write_marker(block->post());
+        blocks_[site].push_back(block->user());
+        registry.add(std::move(block), tags_[site].c_str(), registry.spare_site());
+    }
+
+    std::mt19937 random_;
+    std::vector<std::string> tags_;
+    std::array<std::vector<unsigned char *>, kSites> blocks_;
+};
+
+} // namespace
+
+TEST(CheckerAtWork, FindsDamageInOnePassWhileBlocksComeAndGo)
+{
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        const ChildResult child = run_in_child([seed] {
+            Crowd crowd(seed);
+            crowd.take_out_any()[8] = 0;
+            sys.nap = [&crowd] { // between two stretches of the pass
+                for (int i = 0; i < 3; ++i) crowd.move();
+            };
+            crowd.registry.check_all();
+            puts("not found");
+        });
+        EXPECT_TRUE(child.exited_with(255)) << "seed " << seed;
+        EXPECT_NE(child.out.find("Size:8 PostMarker:deadbe00"), std::string::npos) << child.out;
+    }
+}
+
+// An allocation waits for the checker at most as long as that keeps the registry, since it sleeps
+// before it takes the registry again.
+TEST(CheckerAtWork, NeverKeepsTheRegistryForLongWithAMillionBlocks)
+{
+    checked_child([] {
+        constexpr unsigned kBlocks = 1'000'000;
+        alarm(100); // under a sanitizer they take their time
+        sys.create_error = 0;
+        dup2(open("/dev/null", O_WRONLY), 1);
+        EXPECT_EQ(vn_memcheck_start(), 0);
+        for (unsigned i = 0; i < kBlocks; ++i) alloc(8, i % 2 == 0 ? "even" : "odd");
+        checker_holds.record = true;
+        while (checker_holds.holds < 2 * kBlocks / 512) usleep(1000);
+        for (int i = 0; i < 10'000; ++i) vn_memcheck_free(free, alloc(8, "guest"), "t");
+        EXPECT_LT(checker_holds.longest, kLongestHold);
+        EXPECT_LE(checker_holds.most_without_nap,
+                  2u); // a pass begins and visits its first blocks
+    });
 }
