@@ -79,7 +79,7 @@ q_element *new_element(void *data)
 }
 
 // What a function answers to an argument that it cannot work with. Cold, so that the usual way
-// through q_refer_element() saves no registers for it.
+// through refer() saves no registers for it.
 template <typename Failure>
 [[gnu::cold, gnu::noinline]] Failure invalid(Failure failure)
 {
@@ -127,7 +127,7 @@ q_element *first_match(const q_queue &queue, q_element &head, uintptr_t key)
     return nullptr;
 }
 
-// Kept out of q_refer_element(), whose usual way ends at the slot and should save no registers.
+// Kept out of refer(), whose usual way ends at the slot and should save no registers.
 [[gnu::noinline]] q_element *first_match_in_lists(q_queue &queue, uintptr_t key)
 {
     for (q_element &head : heads_of(queue))
@@ -143,6 +143,20 @@ bool refuses(const q_queue &queue, void *data, void *arg, unsigned list)
 void *data_of(const q_element *element)
 {
     return element != nullptr ? element->data : nullptr;
+}
+
+// Inline: both calls that search are made for every item that a program handles.
+inline q_element *refer(q_queue *queue, uintptr_t key, unsigned flags)
+{
+    if (queue == nullptr) return invalid(nullptr);
+    if ((flags & Q_REFER_NO_SLOT) == 0) {
+        q_element *const element = slot_of(*queue, key);
+        if (element != nullptr &&
+            ((flags & Q_REFER_UNASKED) != 0 || queue->match(element->data, key) != 0)) {
+            return element;
+        }
+    }
+    return (flags & Q_REFER_NO_LISTS) == 0 ? first_match_in_lists(*queue, key) : nullptr;
 }
 
 // --- life of a queue -----------------------------------------------------------------------------
@@ -280,20 +294,12 @@ int q_l2l(q_queue *queue, unsigned from, unsigned to, uintptr_t key)
 
 q_element *q_refer_element(q_queue *queue, uintptr_t key, unsigned flags)
 {
-    if (queue == nullptr) return invalid(nullptr);
-    if ((flags & Q_REFER_NO_SLOT) == 0) {
-        q_element *const element = slot_of(*queue, key);
-        if (element != nullptr &&
-            ((flags & Q_REFER_UNASKED) != 0 || queue->match(element->data, key) != 0)) {
-            return element;
-        }
-    }
-    return (flags & Q_REFER_NO_LISTS) == 0 ? first_match_in_lists(*queue, key) : nullptr;
+    return refer(queue, key, flags);
 }
 
 void *q_refer(q_queue *queue, uintptr_t key, unsigned flags)
 {
-    return data_of(q_refer_element(queue, key, flags));
+    return data_of(refer(queue, key, flags));
 }
 
 q_element *q_refer_list_element(q_queue *queue, unsigned list, uintptr_t key)
