@@ -268,6 +268,11 @@ FILE *open_file(const std::string &document)
     return file;
 }
 
+FILE *open_in_memory(const std::string &document, size_t)
+{
+    return fmemopen(const_cast<char *>(document.data()), document.size(), "r");
+}
+
 FILE *open_with_buffer(const std::string &document, size_t size)
 {
     static char buffer[64];
@@ -362,6 +367,7 @@ const Kind kKinds[] = {
     {"file", [](const std::string &document, size_t) { return open_file(document); }},
     {"file with a small buffer", open_with_buffer},
     {"unbuffered file", open_unbuffered},
+    {"memory", open_in_memory},
     {"pipe", open_pipe},
     {"command", open_command, pclose},
     {"cookie", open_cookie},
