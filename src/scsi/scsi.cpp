@@ -227,7 +227,7 @@ namespace vn::scsi {
 namespace {
 
 // T10 gives a standard 32 codes; four standards are a group. Where each group's rows begin:
-constexpr size_t kCodesOfAGroup = 4 * 32;
+constexpr size_t kCodesOfAGroup = size_t{4} * 32;
 constexpr size_t kGroups = standards_list[std::size(standards_list) - 1].code / kCodesOfAGroup + 1;
 consteval std::array<uint16_t, kGroups + 1> first_rows()
 {
