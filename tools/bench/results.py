@@ -5,6 +5,7 @@ processors (vnlib-portable), or a peer. Some peers are bounds, such as the bare 
 library can do better than: they count only for an aim that names them.
 """
 import dataclasses
+import itertools
 import json
 import math
 import pathlib
@@ -174,6 +175,22 @@ def with_aims(rows, aims):
         if len(pairs) == before:
             pairs.append((row, None))
     return pairs
+
+
+def by_family(pairs):
+    """[(family, its pairs)]"""
+    return [(family, list(group))
+            for family, group in itertools.groupby(pairs, lambda pair: pair[0].family)]
+
+
+def operation_and_peers(pair):
+    return (pair[0].operation, pair[1].against if pair[1] is not None else "")
+
+
+def told(pairs):
+    """The pairs without rows that have no aim, in families that have some."""
+    with_aim = {row.family for row, aim in pairs if aim is not None}
+    return [(row, aim) for row, aim in pairs if aim is not None or row.family not in with_aim]
 
 
 def machine():
