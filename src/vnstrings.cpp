@@ -94,7 +94,16 @@ char *copy_of_tail(const char *tail)
 
 struct Escape {
     char plain;
-    std::string_view text;
+    uint8_t size;
+    char characters[sizeof "&quot;"] = {}; // in place: pointers would be relocated
+
+    template <size_t Size>
+    consteval Escape(char c, const char (&escaped)[Size]) : plain(c), size(Size - 1)
+    {
+        std::copy_n(escaped, Size, characters);
+    }
+    [[nodiscard]] std::string_view text() const { return {characters, size}; }
+    [[nodiscard]] constexpr uint8_t growth() const { return static_cast<uint8_t>(size - 1); }
 };
 
 // Which characters a text is searched for, and what they become.
@@ -102,23 +111,30 @@ class EscapeTable {
 public:
     consteval explicit EscapeTable(std::span<const Escape> escapes) : escapes_(escapes)
     {
-        for (const Escape &escape : escapes)
-            growth_[static_cast<unsigned char>(escape.plain)] =
-                static_cast<uint8_t>(escape.text.size() - 1);
+        if constexpr (!kSmall) {
+            for (const Escape &escape : escapes)
+                growth_[static_cast<unsigned char>(escape.plain)] = escape.growth();
+        }
     }
     // How many bytes longer the character's escape is; 0 for one that stands for itself.
-    [[nodiscard]] uint8_t growth(char c) const { return growth_[static_cast<unsigned char>(c)]; }
-
-    [[nodiscard]] std::string_view text(char c) const
+    [[nodiscard]] uint8_t growth(char c) const
     {
-        return std::find_if(escapes_.begin(), escapes_.end(),
-                            [c](const Escape &escape) { return escape.plain == c; })
-            ->text;
+        if constexpr (!kSmall) return growth_[static_cast<unsigned char>(c)];
+        const auto escape = find(c);
+        return escape == escapes_.end() ? uint8_t{0} : escape->growth();
     }
 
+    [[nodiscard]] std::string_view text(char c) const { return find(c)->text(); }
+
 private:
+    [[nodiscard]] std::span<const Escape>::iterator find(char c) const
+    {
+        return std::find_if(escapes_.begin(), escapes_.end(),
+                            [c](const Escape &escape) { return escape.plain == c; });
+    }
+
     std::span<const Escape> escapes_;
-    std::array<uint8_t, 256> growth_{};
+    std::array<uint8_t, kSmall ? 0 : 256> growth_{}; // a table, where there is room for it
 };
 
 constexpr Escape kQuote[] = {{'"', "\\\""}};
