@@ -35,7 +35,7 @@ module_symbols() {
 # readable <names: without what tells overloads and instances of templates apart.
 readable() {
   c++filt --no-params |
-    sed -E 's/\(anonymous namespace\):://g; s/ \[clone [^]]*\]//g; :again; s/<[^<>]*>//; t again'
+    sed -E 's/\(anonymous namespace\):://g; s/ \[clone [^]]*\]//g; :again; s/<[^<>]*>|\([^()]*\)//; t again'
 }
 
 # by_module <module_symbols: a line for each module, and its three largest functions.
@@ -44,7 +44,7 @@ by_module() {
     $1 == "M" { if (!($3 in module)) module[$3] = $2; next }
     {
       name = $2; sub(/\..*/, "", name)
-      m = name in module ? module[name] : "(tool chain)"
+      m = name in module ? module[name] : "tools"
       seen[m] = 1
       if ($3 ~ /[TtWw]/) {
         text[m] += $4
@@ -56,7 +56,7 @@ by_module() {
     END {
       for (m in seen)
         printf "%s %d %d %d %d %d%s\n", m, text[m], constants[m], data[m], bss[m], functions[m], largest[m]
-    }' | sed 's/(tool chain)/(tools)/' | sort -k2,2nr |
+    }' | sort -k2,2nr |
     awk '{ printf "  %-16s %7d %7d %6d %6d %10d ", $1, $2, $3, $4, $5, $6
            for (i = 7; i <= NF; ++i) { sub(/=/, " ", $i); printf " %s", $i (i < NF ? "," : "") }
            print "" }' |
