@@ -3,9 +3,13 @@
 // processes of their own on this machine, linked by a Unix socket of packets (vnlib) or by TCP, so
 // that the times are real times: what counts is when the client has its answer.
 //
-// Sizes are bytes; of requests, bytes of the answer.
+// A time is the fastest of the tries that fit into a tenth of a second: a try that shares its
+// processors with somebody else's work says little. Sizes are bytes; of requests, bytes of the
+// answer.
 #include "bench.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <unistd.h>
 #include <utility>
@@ -20,7 +24,8 @@ namespace {
 
 constexpr size_t kRequest = 300; // bytes of a request
 constexpr size_t kClients = 16;
-constexpr size_t kLargest = 64 << 20;
+constexpr size_t kLargest = 16 << 20;
+constexpr int kFewestTries = 4;
 
 const std::vector<Way> &ways()
 {
@@ -52,10 +57,20 @@ private:
 template <typename Step>
 void repeat(benchmark::State &state, Step step)
 {
+    using Clock = std::chrono::steady_clock;
+    const auto patience = std::chrono::milliseconds(bench::quick() ? 20 : 100);
     for (auto _ : state) {
-        if (step()) continue;
-        state.SkipWithError("the connection broke");
-        return;
+        auto fastest = Clock::duration::max();
+        const auto first = Clock::now();
+        for (int i = 0; i < kFewestTries || Clock::now() - first < patience; ++i) {
+            const auto begin = Clock::now();
+            if (!step()) {
+                state.SkipWithError("the connection broke");
+                return;
+            }
+            fastest = std::min(fastest, Clock::now() - begin);
+        }
+        state.SetIterationTime(std::chrono::duration<double>(fastest).count());
     }
 }
 
@@ -122,7 +137,8 @@ int main(int argc, char **argv)
             benchmark::RegisterBenchmark(
                 bench::row(operation.name, way.who, operation.size).c_str(),
                 [&](benchmark::State &state) { operation.run(state, way, operation.size); })
-                ->UseRealTime();
+                ->UseManualTime()
+                ->Iterations(1);
         }
     }
     return bench::run(argc, argv, [] { return !ways().empty(); });
