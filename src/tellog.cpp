@@ -22,7 +22,9 @@
 #include <poll.h>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
+#include <unistd.h>
 
 #include "support/errno_guard.h"
 #include "support/fd.h"
@@ -74,6 +76,8 @@ class Message {
 public:
     VN_PRINTF(2, 0) Message(const char *format, va_list args)
     {
+        text_[0] = ':';
+        text_[1] = ' ';
         const int length = vsnprintf(text_ + 2, kLimit, format, args);
         length_ = 2 + static_cast<size_t>(std::clamp(length, 0, kLimit - 1));
         text_[length_++] = '\n';
@@ -83,7 +87,7 @@ public:
 private:
     static constexpr int kLimit = 1022; // with the NUL: clients see at most 1021 characters
     size_t length_;
-    char text_[1024] = {':', ' '};
+    char text_[1024];
 };
 
 // The local time in the form of ctime, with a blank in place of its line feed. Kept for the second
@@ -132,6 +136,18 @@ int listen_on(unsigned port)
         return -1;
     return fd.release();
 }
+
+// A thread that is cancelled would keep the lock of the stream forever.
+class NotCancelled {
+public:
+    NotCancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~NotCancelled() { pthread_setcancelstate(before_, nullptr); }
+    NotCancelled(const NotCancelled &) = delete;
+    NotCancelled &operator=(const NotCancelled &) = delete;
+
+private:
+    int before_;
+};
 
 // The application's signals are for its own threads.
 int create_thread(pthread_t *thread, void *(*body)(void *), void *argument)
@@ -257,13 +273,15 @@ void vn_tellog::send(int level, std::string_view message)
     }
 }
 
+// Not through sendmsg(): that may be where a thread is cancelled, which would keep the lock
+// forever. Watching for it would also cost more than anything else here but the call itself.
 bool vn_tellog::deliver(int fd, Line line) const
 {
     msghdr message{};
     message.msg_iov = line.parts;
     message.msg_iovlen = std::size(line.parts);
     while (!line.sent()) {
-        const ssize_t count = ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t count = syscall(SYS_sendmsg, fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count >= 0)
             line.take_off(static_cast<size_t>(count));
         else if (errno != EINTR && (errno != EAGAIN || !wait_for_room(fd)))
@@ -275,6 +293,7 @@ bool vn_tellog::deliver(int fd, Line line) const
 // Sleeps until the client has read something. Returns false when the stream is being finished.
 bool vn_tellog::wait_for_room(int fd) const
 {
+    const NotCancelled hold;
     pollfd waiting[] = {{fd, POLLOUT, 0}, {listener_, 0, 0}};
     while (::poll(waiting, std::size(waiting), -1) < 0)
         if (errno != EINTR) return false;

@@ -54,7 +54,7 @@ vnlib_test(log SOURCES support/private_dev.cpp)
 vnlib_fault_test(log WRAP tellog_start tellog_finish vn_vtellog openlog closelog vsyslog gmtime_r
   vn_memcheck_malloc vn_memcheck_free)
 vnlib_test(tellog)
-vnlib_fault_test(tellog WRAP socket bind listen accept4 sendmsg poll pthread_create ctime_r)
+vnlib_fault_test(tellog WRAP socket bind listen accept4 shutdown syscall poll pthread_create ctime_r)
 vnlib_test(corelink_query)
 vnlib_test(corelink_merge)
 vnlib_test(corelink_xml)

@@ -3,11 +3,14 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "support/fault_alloc.h"
@@ -17,7 +20,7 @@ extern "C" {
 int __real_socket(int domain, int type, int protocol);
 int __real_bind(int fd, const sockaddr *address, socklen_t length);
 int __real_listen(int fd, int backlog);
-ssize_t __real_sendmsg(int fd, const msghdr *message, int flags);
+int __real_shutdown(int fd, int how);
 int __real_poll(pollfd *fds, nfds_t count, int timeout);
 int __real_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
 char *__real_ctime_r(const time_t *now, char *text);
@@ -26,7 +29,8 @@ int __wrap_accept4(int fd, sockaddr *address, socklen_t *length, int flags);
 int __wrap_socket(int domain, int type, int protocol);
 int __wrap_bind(int fd, const sockaddr *address, socklen_t length);
 int __wrap_listen(int fd, int backlog);
-ssize_t __wrap_sendmsg(int fd, const msghdr *message, int flags);
+int __wrap_shutdown(int fd, int how);
+long __wrap_syscall(long number, ...);
 int __wrap_poll(pollfd *fds, nfds_t count, int timeout);
 int __wrap_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
 char *__wrap_ctime_r(const time_t *now, char *text);
@@ -43,6 +47,7 @@ struct Faults {
     std::vector<ssize_t> sends; // for the next calls: at most so many bytes, or -error number
     std::vector<size_t> parts;  // how many parts each call was given
     std::vector<int> flags;
+    std::vector<int> shutdowns; // in which direction
     int backlog = -1;
 } faults;
 
@@ -126,6 +131,12 @@ TEST_F(TellogFaults, ListensWithABacklogOfTwo)
 {
     EXPECT_EQ(tellog_finish(tellog_start(port_)), 0);
     EXPECT_EQ(faults.backlog, 2);
+}
+
+TEST_F(TellogFaults, EndsItsListeningSocketInBothDirections)
+{
+    EXPECT_EQ(tellog_finish(tellog_start(port_)), 0);
+    EXPECT_EQ(faults.shutdowns, std::vector<int>{SHUT_RDWR});
 }
 
 TEST_F(TellogFaults, AnswersNullWithoutMemory)
@@ -259,11 +270,24 @@ int __wrap_accept4(int fd, sockaddr *address, socklen_t *length, int flags)
     if (no_memory_for_clients) plan.emplace(1);
     return __real_accept4(fd, address, length, flags);
 }
-ssize_t __wrap_sendmsg(int fd, const msghdr *message, int flags)
+int __wrap_shutdown(int fd, int how)
 {
+    faults.shutdowns.push_back(how);
+    return __real_shutdown(fd, how);
+}
+// The library makes one system call by its number.
+long __wrap_syscall(long number, ...)
+{
+    if (number != SYS_sendmsg) abort();
+    va_list args;
+    va_start(args, number);
+    const int fd = va_arg(args, int);
+    const msghdr *const message = va_arg(args, const msghdr *);
+    const int flags = va_arg(args, int);
+    va_end(args);
     faults.parts.push_back(message->msg_iovlen);
     faults.flags.push_back(flags);
-    if (faults.sends.empty()) return __real_sendmsg(fd, message, flags);
+    if (faults.sends.empty()) return sendmsg(fd, message, flags);
     const ssize_t planned = faults.sends.front();
     faults.sends.erase(faults.sends.begin());
     if (planned < 0) {

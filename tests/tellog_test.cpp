@@ -409,6 +409,50 @@ TEST_F(Tellog, IsFinishedAlsoWhenAClientDoesNotRead)
     EXPECT_EQ(sent, 100000);
 }
 
+TEST_F(Tellog, SurvivesAThreadThatIsCancelledWhileItLogs)
+{
+    const auto client = join();
+    const auto body = [](void *sink) -> void * {
+        pthread_cancel(pthread_self()); // takes effect wherever a thread may be cancelled
+        send_line(static_cast<vn_tellog *>(sink), 6, "cancelled");
+        pthread_testcancel();
+        return nullptr;
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, body, sink_), 0);
+    void *result = nullptr;
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    send_line(sink_, 6, "going on");
+    EXPECT_EQ(client->message(), "INFOR: cancelled");
+    EXPECT_EQ(client->message(), "INFOR: going on");
+}
+
+TEST_F(Tellog, SurvivesAThreadThatIsCancelledWhileItWaitsForAClient)
+{
+    const auto deaf = join(2048);
+    static std::atomic<int> sent;
+    sent = 0;
+    const auto body = [](void *sink) -> void * {
+        const std::string filler(1000, 'x');
+        for (;; ++sent) {
+            send_line(static_cast<vn_tellog *>(sink), 6, "%s", filler.c_str());
+            pthread_testcancel();
+        }
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, body, sink_), 0);
+    for (int before = -1; before != sent; usleep(100000)) before = sent; // until it is stuck
+    pthread_cancel(thread);
+    usleep(10000);
+    while (pthread_tryjoin_np(thread, nullptr) != 0) deaf->line(10);
+    send_line(sink_, 6, "going on");
+    std::string last;
+    do last = deaf->message();
+    while (last != "<nothing>" && last != "INFOR: going on");
+    EXPECT_EQ(last, "INFOR: going on");
+}
+
 TEST(TellogStart, RunsWithoutClientsWhenThePortIsTaken)
 {
     const unsigned port = free_port();
