@@ -21,7 +21,8 @@ struct list_link {
  * `count` must be the true number of items; a count below 2 leaves the list untouched.
  *
  * `compare` is given one link of each half being merged, the one of the earlier half first; it must
- * not change the list. Its positive result puts `a` first.
+ * not change the list, nor follow its links, which are being rearranged. Its positive result puts
+ * `a` first.
  *
  * A top-down merge sort (Knuth, The Art of Computer Programming 3, section 5.2.4) of the halves
  * count / 2 and count - count / 2: at most count * log2(count) comparisons, no heap, a stack depth
