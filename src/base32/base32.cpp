@@ -91,11 +91,16 @@ void store_group(uint8_t *out, uint64_t group)
     out[4] = static_cast<uint8_t>(group >> 32);
 }
 
+uint32_t four_values_at(const char *in)
+{
+    const auto value = [in](size_t k) { return uint32_t{value_of(in[k])}; };
+    return value(0) | value(1) << 8 | value(2) << 16 | value(3) << 24;
+}
+
+// In halves, for processors with registers of 32 bits.
 uint64_t values_at(const char *in)
 {
-    uint64_t values = 0;
-    for (size_t k = 0; k < kGroupSymbols; ++k) values |= uint64_t{value_of(in[k])} << (8 * k);
-    return values;
+    return four_values_at(in) | uint64_t{four_values_at(in + 4)} << 32;
 }
 
 // Writes `symbols` symbols, fewer than eight, of the `bytes` bytes that are left, and returns the
