@@ -175,6 +175,19 @@ TEST(CorelinkParse, DoesNotKeepTheText)
     EXPECT_EQ(members(&tree->root), "name:\"value\"");
 }
 
+TEST(CorelinkParse, ReadsTextsOfAnyLength)
+{
+    for (const size_t around : {16, 1000, 4096, 8192, 65536, 131072}) {
+        for (size_t length = around - 6; length <= around + 6; ++length) {
+            const std::string value(length - sizeof R"(ab="")" + 1, 'x');
+            const Tree tree = parse("ab=\"" + value + "\"");
+            ASSERT_NE(tree, nullptr) << length;
+            EXPECT_EQ(children(&tree->root)[0]->value.text, value) << length;
+            EXPECT_EQ(tree_of("ab=\"" + value + ","), "refused") << length;
+        }
+    }
+}
+
 TEST(CorelinkDotted, PutsTheValueIntoNestedStructs)
 {
     EXPECT_EQ(tree_of("aa.bb.cc=1"), "aa:{bb:{cc:1}}");
