@@ -1,7 +1,6 @@
 #include "relays.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -12,7 +11,6 @@
 #include <mutex>
 #include <netinet/tcp.h>
 #include <sys/prctl.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 

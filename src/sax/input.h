@@ -1,8 +1,8 @@
 // input.h - the characters of a stream, taken from the stream's own buffer.
 //
-//     what the C library has read and nobody has taken:   <item id="1" name="node number 1"><ti
-//                                                         ^ begin_      ^ at_                  ^
-//                                                         end_
+//     what the C library has read and nobody has taken:   <item id="1" name="node
+//                                                         ^      ^               ^
+//                                                         begin_ at_             end_
 //
 // getc() costs a look at the stream for each character, and a call where it is no macro. Here the
 // bytes that are in the buffer already can be looked at, many at a time, and taken by moving on.

@@ -174,8 +174,7 @@ using Column = std::array<Step, kStates>; // what one byte does in each state
 consteval std::array<Column, 256> columns()
 {
     std::array<Column, 256> of_byte{};
-    for (size_t i = std::size(state_machine);
-         i-- > 0;) { // backwards: an earlier row replaces a later one
+    for (size_t i = std::size(state_machine); i-- > 0;) { // an earlier row replaces a later one
         const sax_transition &row = state_machine[i];
         const size_t first = row.ch == kAny ? 0 : static_cast<unsigned char>(row.ch);
         const size_t last = row.ch == kAny ? 255 : row.ch_last != 0 ? row.ch_last : first;
@@ -187,6 +186,7 @@ consteval std::array<Column, 256> columns()
     return of_byte;
 }
 
+// A line feed is alone in its class, as it is counted.
 struct Classes {
     std::array<uint8_t, 256> of_byte{};
     std::array<uint8_t, 256> example{}; // a byte of each class
