@@ -312,7 +312,7 @@ TEST(CorelinkFault, AParseReturnsNullOrTheWholeTree)
 TEST(CorelinkFault, AParseWithoutMemoryIsReportedAsExhausted)
 {
     const std::string said = test::capture_fd(1, [] {
-        const fault::FailAllocations plan(9); // the copy of the first tag
+        const fault::FailAllocations plan(8); // the copy of the first tag
         EXPECT_EQ(clparse_start("ab=1"), nullptr);
     });
     EXPECT_EQ(said, "(null): memory exhausted\nParent was head\nnear: NULL\n"

@@ -20,7 +20,7 @@ constexpr int kExhausted = 2; // the parser's result without memory
 //
 // Before glibc hands out a block of 1 KB or more it sorts and joins all small blocks that are free.
 // A program that parses again and again would pay a quarter of its time for that; so the copy of a
-// text of some KB has pages of its own. Where the trees outgrow the caches, the sorting pays.
+// text of up to some KB stands elsewhere. Where the trees outgrow the caches, the sorting pays.
 class Copy {
 public:
     Copy() = default;
@@ -31,21 +31,30 @@ public:
     Copy(const Copy &) = delete;
     Copy &operator=(const Copy &) = delete;
 
-    // Has to outlive the scanner's use of it.
+    // The copy has to outlive the scanner's use of it.
     bool give_to(void *scanner, const char *text)
     {
-        size_ = std::strlen(text) + 2; // the scanner wants two NUL bytes
-        if (size_ >= kSmallestSorted && size_ <= kLargestCached)
-            pages_ = mmap(nullptr, size_, PROT_READ | PROT_WRITE,
-                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-        if (pages_ == MAP_FAILED) return yy_scan_string(text, scanner) != nullptr;
-        std::memcpy(pages_, text, size_ - 2);
-        return yy_scan_buffer(static_cast<char *>(pages_), size_, scanner) != nullptr;
+        size_ = std::strlen(text) + kEndMarks;
+        char *const place = find_place();
+        if (place == nullptr) return yy_scan_string(text, scanner) != nullptr;
+        std::memset(mempcpy(place, text, size_ - kEndMarks), 0, kEndMarks);
+        return yy_scan_buffer(place, size_, scanner) != nullptr;
     }
 
 private:
-    static constexpr size_t kSmallestSorted = 1000, kLargestCached = 65536;
+    static constexpr size_t kEndMarks = 2; // NUL bytes
+    static constexpr size_t kLargest = 65536;
 
+    char *find_place()
+    {
+        if (size_ <= sizeof small_) return small_;
+        if (size_ > kLargest) return nullptr;
+        pages_ = mmap(nullptr, size_, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        return pages_ != MAP_FAILED ? static_cast<char *>(pages_) : nullptr;
+    }
+
+    char small_[2048];
     void *pages_ = MAP_FAILED;
     size_t size_ = 0;
 };
