@@ -29,6 +29,7 @@
 #include "support/errno_guard.h"
 #include "support/fd.h"
 #include "support/mutex.h"
+#include "support/not_cancelled.h"
 #include "vnlib/log.h"
 
 namespace vn::tellog {
@@ -136,18 +137,6 @@ int listen_on(unsigned port)
         return -1;
     return fd.release();
 }
-
-// A thread that is cancelled would keep the lock of the stream forever.
-class NotCancelled {
-public:
-    NotCancelled() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-    ~NotCancelled() { pthread_setcancelstate(before_, nullptr); }
-    NotCancelled(const NotCancelled &) = delete;
-    NotCancelled &operator=(const NotCancelled &) = delete;
-
-private:
-    int before_;
-};
 
 // The application's signals are for its own threads.
 int create_thread(pthread_t *thread, void *(*body)(void *), void *argument)
@@ -293,7 +282,7 @@ bool vn_tellog::deliver(int fd, Line line) const
 // Sleeps until the client has read something. Returns false when the stream is being finished.
 bool vn_tellog::wait_for_room(int fd) const
 {
-    const NotCancelled hold;
+    const vn::NotCancelled hold;
     pollfd waiting[] = {{fd, POLLOUT, 0}, {listener_, 0, 0}};
     while (::poll(waiting, std::size(waiting), -1) < 0)
         if (errno != EINTR) return false;

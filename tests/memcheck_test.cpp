@@ -339,6 +339,23 @@ TEST(TrackedCalls, LeaveErrnoAlone)
     });
 }
 
+TEST(TrackedCalls, AreNoPlaceToBeCancelled)
+{
+    const Terminal screen = screen_after([] {
+        setvbuf(stdout, nullptr, _IOFBF, 4096);
+        std::thread cancelled([] {
+            pthread_cancel(pthread_self());
+            release(alloc(5, "f"));
+            printf("printed");
+            alloc(5, "f");
+            pthread_testcancel();
+        });
+        cancelled.join();
+        alloc(5, "f");
+    });
+    EXPECT_EQ(screen.line(-1), "Total Allocations: 00002");
+}
+
 // --- the count line ----------------------------------------------------------------------------
 
 TEST(CountLine, CountsAllocationsAndReleases)

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "support/errno_guard.h"
+#include "support/not_cancelled.h"
 
 namespace vn::memcheck {
 
@@ -91,6 +92,7 @@ void Frame::draw(bool has_text)
     // What the program printed before comes out right behind the text, before the cursor leaves.
     if (has_text && __fpending(stdout) != 0) {
         const ErrnoGuard keep;
+        const NotCancelled locked;
         write();
         fflush(stdout);
     }
@@ -99,8 +101,8 @@ void Frame::draw(bool has_text)
 
 } // namespace
 
-// Not through write(): that may be where a thread is cancelled, which would keep our locks forever,
-// and watching for it costs as much as half the system call.
+// Not through write(): there a thread may be cancelled, which has locks here, and watching for that
+// costs as much as half the system call.
 void write_out(std::string_view bytes)
 {
     const ErrnoGuard keep;
@@ -110,6 +112,7 @@ void write_out(std::string_view bytes)
             bytes.remove_prefix(static_cast<size_t>(done));
         } else if (done < 0 && errno == EAGAIN) {
             // Somebody made the terminal non-blocking; half an escape sequence would spoil it.
+            const NotCancelled locked;
             pollfd room = {STDOUT_FILENO, POLLOUT, 0};
             poll(&room, 1, -1);
         } else if (done == 0 || errno != EINTR) {
