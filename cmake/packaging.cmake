@@ -22,6 +22,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvnlib${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/dbgsym.cmake)
 # Which package other packages then depend on, and that the linker's cache is renewed.
 set(soname_line "libvnlib ${PROJECT_VERSION_MAJOR} libvnlib${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
 file(WRITE ${PROJECT_BINARY_DIR}/packaging/shlibs "${soname_line}\n")
@@ -51,6 +52,11 @@ if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS OFF)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.36)")
 endif()
+
+# The static library without its debugging information, which nobody could use without the sources.
+install(CODE "execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --remove-section=.comment
+  \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libvnlib.a\" COMMAND_ERROR_IS_FATAL ANY)"
+        COMPONENT development)
 
 # What Debian wants beside every library: licence and changelog under usr/share/doc.
 find_program(GZIP gzip REQUIRED)
