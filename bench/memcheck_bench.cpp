@@ -232,7 +232,7 @@ void allocate_and_release(benchmark::State &state, size_t size)
 
 void add_rows()
 {
-    for (const size_t size : {16, 64, 1000}) {
+    for (const size_t size : {16u, 64u, 1000u}) {
         benchmark::RegisterBenchmark(bench::row("off", "vnlib", size).c_str(),
                                      allocate_and_release<Off>, size);
         benchmark::RegisterBenchmark(bench::row("off", "libc", size).c_str(),

@@ -172,7 +172,7 @@ void add_rows()
 {
     benchmark::RegisterBenchmark("unwatched/vnlib/0", unwatched);
     benchmark::RegisterBenchmark("unwatched/filtered/0", filtered);
-    for (const size_t clients : {1, 10, 100}) {
+    for (const size_t clients : {1u, 10u, 100u}) {
         add_lines<Vnlib>(clients);
         add_lines<Bare>(clients);
     }
