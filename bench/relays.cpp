@@ -1,6 +1,7 @@
 #include "relays.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -153,15 +154,20 @@ private:
     std::mutex lock_;
 };
 
+void let_sessions_wake_threads()
+{
+    struct sigaction wake_up = {};
+    wake_up.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &wake_up, nullptr);
+}
+
 void run_library(uint16_t port, int near, int far)
 {
     const auto run_end = [](const char *name, int fd, int other,
                             const std::function<rgui_session *(Link &)> &start) {
         run(name, [&] {
             close(other);
-            struct sigaction wake_up = {};
-            wake_up.sa_handler = [](int) {};
-            sigaction(SIGUSR1, &wake_up, nullptr);
+            let_sessions_wake_threads();
             Link link(fd);
             link.feed(start(link));
         });
@@ -190,6 +196,24 @@ void run_library_over_tcp(uint16_t port)
     set_no_delay(near);
     set_no_delay(far);
     run_library(port, near, far);
+}
+
+// Both ends in one process, each feeding the other: no link, so that what is left is the library.
+void run_library_in_one_process(uint16_t port)
+{
+    using End = std::atomic<rgui_session *>;
+    run("both ends", [&] {
+        static End near, far;
+        constexpr rgui_send_fn kFeed = [](unsigned char *pdu, size_t length, void *other) {
+            if (pdu != nullptr) rgui_data_rx(*static_cast<End *>(other), pdu, length);
+            free(pdu);
+            return 0;
+        };
+        let_sessions_wake_threads();
+        far = rgui_start_remote(kFeed, &near);
+        near = rgui_start_local("127.0.0.1", std::to_string(port).c_str(), 0, kFeed, &far);
+        for (;;) pause();
+    });
 }
 
 // ---- relays that only move bytes
@@ -328,9 +352,11 @@ std::vector<Way> start()
     run("server", [&] { accept_all(listener, serve); });
     close(listener);
 
-    std::vector<Way> ways = {{"direct", kServer}, {"vnlib", 9001}, {"vnlib-tcp", 9002}};
+    std::vector<Way> ways = {
+        {"direct", kServer}, {"vnlib", 9001}, {"vnlib-tcp", 9002}, {"vnlib-no-link", 9007}};
     run_library_over_unix(9001);
     run_library_over_tcp(9002);
+    run_library_in_one_process(9007);
     ways.push_back({"splice", 9003});
     run_splice(9103, kServer);
     run_splice(9003, 9103);

@@ -1,7 +1,8 @@
 // The Remote GUI's relay beside others that bring a client to a server behind another machine:
 // socat twice over, ssh -L, and bytes that are moved within the kernel (splice). All ends are
 // processes of their own on this machine, linked by a Unix socket of packets (vnlib) or by TCP, so
-// that the times are real times: what counts is when the client has its answer.
+// that the times are real times: what counts is when the client has its answer. vnlib-no-link has
+// both ends in one process. socat is as it comes; socat-64k moves as much at once as we do.
 //
 // A time is the fastest of the tries that fit into a tenth of a second: a try that shares its
 // processors with somebody else's work says little. Sizes are bytes; of requests, bytes of the
