@@ -1,6 +1,11 @@
+#define _GNU_SOURCE 1
 #include "check.h"
 
+#include <fcntl.h>
+#include <pthread.h>
 #include <stdarg.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 static void debug(const char *format, ...) VN_PRINTF(1, 2);
 static void debug(const char *format, ...)
@@ -63,6 +68,42 @@ static void look_at_guards(void)
     CHECK(raw_size == 5 && block == raw && vn_dma_free(give_back, block, 5, "memcheck:4") == 5);
 }
 
+static void *draw(void *unused)
+{
+    for (;;) {
+        gotoline(6, "another line");
+        pthread_testcancel();
+    }
+    return unused;
+}
+
+/* C libraries differ in what a fork does to streams that another thread has locked. */
+static void fork_while_another_thread_draws(void)
+{
+    const int screen = dup(1), nowhere = open("/dev/null", O_WRONLY);
+    pthread_t artist;
+    int round = 0, status = 0;
+    fflush(stdout);
+    CHECK(screen >= 0 && dup2(nowhere, 1) == 1);
+    CHECK(pthread_create(&artist, NULL, draw, NULL) == 0);
+    for (round = 0; round < 200 && status == 0; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(10);
+            use_blocks();
+            printf("child\n");
+            fflush(stdout);
+            _exit(failures);
+        }
+        CHECK(waitpid(child, &status, 0) == child);
+    }
+    CHECK(status == 0);
+    CHECK(pthread_cancel(artist) == 0 && pthread_join(artist, NULL) == 0);
+    CHECK(dup2(screen, 1) == 1);
+    close(screen);
+    close(nowhere);
+}
+
 int main(void)
 {
     vn_free(vn_malloc(1));
@@ -75,6 +116,7 @@ int main(void)
     CHECK(gotoline(5, "a line") == 0);
     CHECK(memdbg_printf("in the pane\n") == 0);
     debug("%s\n", "so is this");
+    fork_while_another_thread_draws();
     CHECK(vn_memcheck_stop() == 0);
     printf("\n");
     return report("memcheck");
