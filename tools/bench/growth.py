@@ -58,6 +58,8 @@ def main(directory):
             costs = "  ".join(f"{size:g}: {cost:.3g}" for size, cost in figures)
             print(f"  {rule.family + ' ' + operation:38} {rule.expected:9} {factor:7.2f} "
                   f"{rule.within:8g}{tenfold:8} {'pass' if passed else 'FAIL'} {costs}")
+            if not passed and rule.missed:
+                print(f"    {rule.missed}")
     return 0 if good else 1
 
 

@@ -144,6 +144,7 @@ class Growth:
     within: float  # by which factor the time may depart from it over the range
     within_tenfold: bool = False  # ... or with each tenfold size, where caches are outgrown
     smallest: int = 0
+    missed: str = ""  # why a row does not keep to it, where one does not
 
     def units(self, size):
         return {"constant": 1, "linear": size, "n log n": size * math.log2(size + 1)}[self.expected]
