@@ -177,7 +177,7 @@ TEST(CorelinkParse, DoesNotKeepTheText)
 
 TEST(CorelinkParse, ReadsTextsOfAnyLength)
 {
-    for (const size_t around : {16, 1024, 2048, 4096, 65536, 131072}) {
+    for (const size_t around : {16u, 1024u, 2048u, 4096u, 65536u, 131072u}) {
         for (size_t length = around - 6; length <= around + 6; ++length) {
             const std::string value(length - sizeof R"(ab="")" + 1, 'x');
             const Tree tree = parse("ab=\"" + value + "\"");

@@ -120,7 +120,7 @@ private:
         return result;
     }
 
-    const Footprint at_start_;
+    const Footprint at_start_{};
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<Bytes> pdus_;
