@@ -63,7 +63,8 @@ public:
         vn_log_init("bench", 0, 0, 0, port);
         for (size_t i = 0; i < count; ++i) {
             clients_.push_back(std::make_unique<Client>(port));
-            while (!clients_.back()->has_text()) log(0); // until the stream has taken it on
+            // Until the stream has taken it on; slowly, as nobody reads what the others are sent.
+            for (; !clients_.back()->has_text(); usleep(1000)) log(0);
         }
         log(-1);
         for (const auto &client : clients_)
