@@ -98,9 +98,8 @@ for pair in "$@"; do
   nm -S --size-sort -r "$library" | sed -n 1,10p | while read -r _ size _ name; do
     printf '    %8d %s\n' "$((16#$size))" "$name"
   done | readable
-  if read -r _ allowed_constant allowed_linking allowed_writable < <(grep -E "^$preset " "$budget"); then
-    hold "text and read-only data" $((text + constant)) "$allowed_constant"
-    hold "linking tables" $((read_only - text - constant)) "$allowed_linking"
+  if read -r _ allowed_read_only allowed_writable < <(grep -E "^$preset " "$budget"); then
+    hold "read-only in all" "$read_only" "$allowed_read_only"
     hold "data and bss" $((data + bss)) "$allowed_writable"
   fi
   printf '  %-16s %7s %7s %6s %6s %10s  %s\n' module text rodata data bss functions 'the largest functions'
