@@ -380,6 +380,50 @@ TEST(CorelinkLex, KeepsTheMatchedTextUntilTheNextToken)
     EXPECT_EQ(yyget_leng(scanner), 4);
 }
 
+TEST(CorelinkLex, AskingForATokensTextChangesNothingElse)
+{
+    char memory[] = "ab=\"cd\"xy\0";
+    const std::string before(memory, sizeof memory);
+    const Scanner scanner;
+    yy_buffer_state *buffer = yy_scan_buffer(memory, sizeof memory, scanner);
+    EXPECT_EQ(rest_of(scanner).size(), 4u);
+    EXPECT_EQ(std::string(memory, sizeof memory), before) << "nobody asked";
+    yy_delete_buffer(buffer, scanner);
+
+    buffer = yy_scan_buffer(memory, sizeof memory, scanner);
+    EXPECT_STREQ(yyget_text(scanner), before.c_str()) << "no token yet";
+    clparse_lex_value value;
+    ASSERT_EQ(yylex(&value, scanner), kIdentifier);
+    vn_memcheck_free(free, value.text, "test:1");
+    EXPECT_STREQ(yyget_text(scanner), "ab");
+    EXPECT_STREQ(yyget_text(scanner), "ab") << "twice";
+    const Stream stream("other");
+    yy_buffer_state *const other = yy_create_buffer(stream, 16, scanner);
+    yy_switch_to_buffer(other, scanner);
+    EXPECT_EQ(std::string(memory, sizeof memory), before) << "left as it was";
+    yy_switch_to_buffer(buffer, scanner);
+    EXPECT_EQ(scanned_words(scanner),
+              (Tokens{{'=', "="}, {kString, "\"cd\""}, {kIdentifier, "xy"}}));
+    EXPECT_EQ(std::string(memory, sizeof memory), before);
+    EXPECT_STREQ(yyget_text(scanner), "");
+    EXPECT_EQ(yyget_leng(scanner), 0);
+    yy_delete_buffer(other, scanner);
+}
+
+TEST(CorelinkLex, NulBytesAreCharactersWhereverAPieceOfAStreamEnds)
+{
+    using namespace std::string_literals;
+    const std::string text = "ab\0\0\"c\0\\\0d\"\0"s;
+    for (int size = 1; size < 16; ++size) {
+        const Stream stream(text);
+        const Scanner scanner;
+        yy_switch_to_buffer(yy_create_buffer(stream, size, scanner), scanner);
+        EXPECT_EQ(rest_of(scanner),
+                  (Tokens{{kIdentifier, "ab"}, other, other, {kString, "c"}, other}))
+            << size;
+    }
+}
+
 TEST(CorelinkLex, AHugeStringTakesLinearTime)
 {
     constexpr size_t kSize = 20'000'000;

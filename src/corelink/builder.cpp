@@ -140,8 +140,7 @@ void Builder::leave_prefix()
 void Builder::report(const char *message) const
 {
     const clparse_node &cursor = *head_.cursor;
-    memdbg_printf("%s: %s\n",
-                  or_null(static_cast<const char *>(yyget_extra(head_.scanner)), "(null)"),
+    memdbg_printf("%s: %s\n", or_null(static_cast<const char *>(scanner_.extra), "(null)"),
                   message);
     if (cursor.parent != nullptr)
         memdbg_printf("Parent was %s\n", or_null(cursor.parent->tag, "NULL"));

@@ -23,13 +23,13 @@ enum class Step { kDone, kSyntaxError, kNoMemory };
 
 class Builder {
 public:
-    // The head has a scanner with the text, and a cursor.
-    explicit Builder(clparse_head &head) : head_(head) {}
+    // The head has a cursor; the scanner is about to read the text.
+    Builder(clparse_head &head, Scanner &scanner) : head_(head), scanner_(scanner) {}
     ~Builder();
     Builder(const Builder &) = delete;
     Builder &operator=(const Builder &) = delete;
 
-    int next_token(clparse_lex_value &value) { return corelink::next_token(value, head_.scanner); }
+    int next_token(clparse_lex_value &value) { return corelink::next_token(scanner_, value); }
 
     Step string_value(char *text);
     void number_value(uint64_t number);
@@ -58,6 +58,7 @@ private:
     bool append_cursor();
 
     clparse_head &head_;
+    Scanner &scanner_;
     clparse_node *spare_ = nullptr; // a cursor that was left over, for the next one; tracker off
     TagIndex index_;
 };

@@ -1,29 +1,78 @@
-// scanner.h - what the generated scanner (scanner.l) and the calls around it
-// (scanner_interface.cpp) need of each other.
+// scanner.h - a scanner and its buffers, as the rules (scanner.l) and the exported calls around
+// them (scanner_interface.cpp) share them.
+//
+//     text           cursor         end
+//     | read before  | to be read   |NUL
+//
+// Whoever asks for the last token's text finds a NUL behind it; the character that stood there
+// comes back before anything else happens to the buffer. Unless somebody asks, nothing is ever
+// written to a text that is scanned in place.
 #pragma once
 
-union clparse_lex_value;
+#include <cstddef>
+#include <cstdio>
+
+#include "vnlib/corelink_lex.h"
+
+struct yy_buffer_state {
+    char *text;
+    size_t capacity; // without the NUL
+    char *cursor;
+    char *end;
+    FILE *file;             // what is read from while the buffer is the current one
+    yy_buffer_state *below; // of a buffer that is pushed down: the next one
+    int line, column;       // the program's
+    bool owned;             // the text may grow
+    bool reads_on;          // from a stream, when the end is reached
+    bool at_end;            // the stream has ended within a token
+};
 
 namespace vn::corelink {
 
-// Where the generated code would end the process: writes the message to standard error and leaves
-// the call that the program made, which then answers with its failure value.
-[[noreturn]] void scanner_failed(const char *message);
+struct Scanner {
+    yy_buffer_state *current;
+    yy_buffer_state *pushed_down;
+    char *token; // the last one
+    size_t length;
+    char *marked; // where a NUL stands in the text for now,
+    char held;    // and the character in whose place
+    bool begun;
+    bool had_buffer; // one that never had a buffer makes its own, for its stream
+    int debug;
+    FILE *in, *out;
+    void *extra;
+    clparse_lex_value *lval;
+};
 
-// Whether `block` is part of what the scanner itself releases in the end.
-bool scanner_keeps(void *scanner, const void *block);
+// The next token, or 0 at the end. A token whose text cannot be read in whole is dropped, with all
+// that is left in the buffer, as if it were the end.
+int next_token(Scanner &scanner, clparse_lex_value &value);
 
-// Whether there is a current buffer, the top of the stack of buffers.
-bool has_buffer(void *scanner);
+// For the rules: what stands before a token is asked for, and whether there is anything to read.
+bool begin(Scanner &scanner);
+void remove_mark(Scanner &scanner);
+inline bool ready(Scanner &scanner)
+{
+    if (scanner.marked != nullptr) remove_mark(scanner);
+    return scanner.begun ? scanner.current != nullptr : begin(scanner);
+}
 
-// Whether there is none any more. (One that never had a buffer makes its own, for its stream.)
-bool lost_its_buffers(void *scanner);
+// For the rules: at the end of the buffer, within a token of `length` characters. Reads more behind
+// them; the token then begins at the buffer's cursor.
+enum class Filled { kMore, kNothing, kFailed };
+Filled fill(Scanner &scanner, size_t length);
 
-// Drops what is left in the current buffer after a token could not be finished. `not_grown` is the
-// block that could not be made larger, or null.
-void empty_scanner(void *scanner, const void *not_grown);
+// Makes a scanner read a text in place, for the life of this object.
+class InPlace {
+public:
+    InPlace(Scanner &scanner, const char *text);
+    ~InPlace();
+    InPlace(const InPlace &) = delete;
+    InPlace &operator=(const InPlace &) = delete;
 
-// yylex() for a caller that is in an attempt already.
-int next_token(clparse_lex_value &value, void *scanner);
+private:
+    Scanner &scanner_;
+    yy_buffer_state buffer_{};
+};
 
 } // namespace vn::corelink
