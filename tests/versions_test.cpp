@@ -14,6 +14,7 @@
 #include "sha1/compress.h"
 #include "sha256/compress.h"
 #include "support/buffers.h"
+#include "support/division.h"
 #include "vnlib/base32.h"
 #include "vnlib/base64.h"
 #include "vnlib/crc32c.h"
@@ -220,6 +221,46 @@ auto after_blocks(void (*compress)(uint32_t *, const uint8_t *, size_t))
         states.push_back(state);
     }
     return states;
+}
+
+// Both sides of every multiple of the divisor are where a quotient that is rounded would show.
+TEST(Division, InFloatingPointIsExact)
+{
+    const auto check = [](uint64_t number, uint32_t divisor) {
+        if (number > UINT32_MAX) return;
+        const auto dividend = static_cast<uint32_t>(number);
+        ASSERT_EQ(vn::divided(dividend, divisor), dividend / divisor)
+            << dividend << " / " << divisor;
+    };
+    std::mt19937 engine(11);
+    const auto of_any_size = [&] { return static_cast<uint32_t>(engine() >> engine() % 32); };
+    for (int round = 0; round < 2'000'000; ++round) {
+        const uint32_t number = of_any_size();
+        const uint32_t divisor = std::max(of_any_size(), uint32_t{1});
+        const uint64_t multiple = number - number % divisor;
+        for (const uint64_t near : {uint64_t{number}, multiple, multiple + divisor})
+            for (uint64_t dividend = near == 0 ? 0 : near - 1; dividend <= near + 1; ++dividend)
+                check(dividend, divisor);
+        check(UINT32_MAX, divisor);
+        if (HasFatalFailure()) return;
+    }
+}
+
+TEST(Division, TakesTheLastDigitOfNumbersOfAnySize)
+{
+    const auto check = [](uint64_t number) {
+        uint64_t rest = number;
+        ASSERT_EQ(vn::take_last_digit(rest), number % 10) << number;
+        ASSERT_EQ(rest, number / 10) << number;
+    };
+    std::mt19937_64 engine(12);
+    for (int round = 0; round < 200'000; ++round) {
+        const uint64_t number = engine() >> engine() % 64;
+        for (const uint64_t tested : {number, number - number % 10, ~number}) check(tested);
+        if (HasFatalFailure()) return;
+    }
+    for (const uint64_t number : {UINT64_MAX, UINT64_C(0), UINT64_C(9), UINT64_C(10)})
+        check(number);
 }
 
 TEST(SmallVersions, OfTheDigestsAgreeWithTheFastOnes)

@@ -30,10 +30,15 @@ uint8_t value_of(char symbol)
     return kValues[static_cast<uint8_t>(symbol)];
 }
 
-constexpr uint64_t symbols_for(uint64_t bytes)
+// Whole groups first: processors without an instruction for it do not divide 64 bits.
+constexpr uint64_t symbols_for(uint32_t bytes)
 {
-    return (bytes * 8 + kSymbolBits - 1) / kSymbolBits;
+    const size_t rest_bits = bytes % kGroupBytes * 8;
+    return uint64_t{bytes / kGroupBytes} * kGroupSymbols +
+           (rest_bits + kSymbolBits - 1) / kSymbolBits;
 }
+static_assert(symbols_for(0) == 0 && symbols_for(4) == 7 && symbols_for(5) == 8);
+static_assert(symbols_for(UINT32_MAX) == UINT64_C(6871947672));
 
 // The same byte eight times.
 constexpr uint64_t all(uint64_t byte)

@@ -5,20 +5,22 @@
 #include <cstdint>
 #include <string_view>
 
+#include "support/division.h"
+
 namespace vn::corelink {
 
 class Decimal {
 public:
     explicit Decimal(uint64_t value)
     {
-        // Dividing 64 bits is a slow library call on 32-bit processors: take nine digits at once.
-        for (; value > UINT32_MAX; value /= kNineDigits) {
-            auto low = static_cast<uint32_t>(value % kNineDigits);
-            for (int i = 0; i < 9; ++i) prepend_last_digit(low);
-        }
-        auto rest = static_cast<uint32_t>(value);
-        do prepend_last_digit(rest);
-        while (rest != 0);
+        // Dividing more than a register is a slow library call, and a large one, on 32-bit
+        // processors.
+        while (value != static_cast<size_t>(value)) prepend(take_last_digit(value));
+        auto rest = static_cast<size_t>(value);
+        do {
+            prepend(static_cast<uint32_t>(rest % 10));
+            rest /= 10;
+        } while (rest != 0);
     }
 
     [[nodiscard]] std::string_view text() const
@@ -27,13 +29,7 @@ public:
     }
 
 private:
-    static constexpr uint64_t kNineDigits = 1'000'000'000;
-
-    void prepend_last_digit(uint32_t &number)
-    {
-        digits_[--first_] = static_cast<char>('0' + number % 10);
-        number /= 10;
-    }
+    void prepend(uint32_t digit) { digits_[--first_] = static_cast<char>('0' + digit); }
 
     char digits_[20]; // as many as the largest value has
     size_t first_ = sizeof digits_;
