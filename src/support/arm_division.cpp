@@ -7,18 +7,34 @@
 
 #if defined __OPTIMIZE_SIZE__ && defined __ARM_FP && (__ARM_FP & 8) != 0
 
-// The names and the registers are those of the run-time ABI for the ARM architecture: the quotient
-// comes back in r0 and the remainder in r1, which are the halves of a 64-bit result.
+namespace {
+
+// The quotient goes back in r0 and the remainder in r1: the halves of a 64-bit result.
+template <typename Integer>
+uint64_t quotient_and_remainder(Integer number, Integer divisor)
+{
+    const Integer quotient = vn::divided(number, divisor);
+    return uint64_t{static_cast<uint32_t>(number - quotient * divisor)} << 32 |
+           static_cast<uint32_t>(quotient);
+}
+
+} // namespace
+
+// The names are those of the run-time ABI for the ARM architecture.
 extern "C" {
 
 uint64_t __aeabi_uidivmod(uint32_t number, uint32_t divisor)
 {
-    const uint32_t quotient = vn::divided(number, divisor);
-    return uint64_t{number - quotient * divisor} << 32 | quotient;
+    return quotient_and_remainder(number, divisor);
 }
 
-uint64_t __aeabi_uidiv(uint32_t number, uint32_t divisor)
-    __attribute__((alias("__aeabi_uidivmod")));
+uint64_t __aeabi_idivmod(int32_t number, int32_t divisor)
+{
+    return quotient_and_remainder(number, divisor);
+}
+
+uint64_t __aeabi_uidiv(uint32_t, uint32_t) __attribute__((alias("__aeabi_uidivmod")));
+uint64_t __aeabi_idiv(int32_t, int32_t) __attribute__((alias("__aeabi_idivmod")));
 
 } // extern "C"
 

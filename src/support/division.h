@@ -8,9 +8,10 @@ namespace vn {
 // A double holds both numbers exactly. Cutting off what follows the point of their quotient is
 // exact too: where the true quotient is no integer, it is at least 1 / divisor below the next one,
 // which is 2^-32 of it or more, and a double is rounded by 2^-53 at most.
-constexpr uint32_t divided(uint32_t number, uint32_t divisor)
+template <typename Integer> // of 32 bits
+constexpr Integer divided(Integer number, Integer divisor)
 {
-    return static_cast<uint32_t>(static_cast<double>(number) / static_cast<double>(divisor));
+    return static_cast<Integer>(static_cast<double>(number) / static_cast<double>(divisor));
 }
 
 // Divides a number by ten and returns what is left, as on paper, with 16 bits in each place: what
