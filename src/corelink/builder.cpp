@@ -23,12 +23,12 @@ bool is_open(const clparse_node &node)
 
 } // namespace
 
-Step Builder::string_value(char *text)
+bool Builder::string_value(char *text)
 {
-    if (text == nullptr) return Step::kNoMemory;
+    if (text == nullptr) return false;
     cursor().value.text = text;
     set_type(cursor(), Type::kString);
-    return Step::kDone;
+    return true;
 }
 
 void Builder::number_value(uint64_t number)
@@ -56,14 +56,14 @@ clparse_node *Builder::new_cursor(clparse_node &parent)
     return fresh;
 }
 
-Step Builder::open_container()
+bool Builder::open_container()
 {
     OwnedNode inner(new_cursor(cursor()));
     clparse_node *const sentinel = inner ? new_sentinel() : nullptr;
-    if (sentinel == nullptr) return Step::kNoMemory;
+    if (sentinel == nullptr) return false;
     cursor().value.children = sentinel;
     head_.cursor = inner.release();
-    return Step::kDone;
+    return true;
 }
 
 void Builder::close_struct()
@@ -99,16 +99,16 @@ bool Builder::append_cursor()
     return true;
 }
 
-Step Builder::end_member(char *tag)
+bool Builder::end_member(char *tag)
 {
-    if (tag == nullptr) return Step::kNoMemory;
+    if (tag == nullptr) return false;
     cursor().tag = tag;
-    return append_cursor() ? Step::kDone : Step::kNoMemory;
+    return append_cursor();
 }
 
-Step Builder::end_element()
+bool Builder::end_element()
 {
-    return append_cursor() ? Step::kDone : Step::kNoMemory;
+    return append_cursor();
 }
 
 Step Builder::enter_prefix(char *tag)

@@ -8,8 +8,8 @@
 // container that will receive it. A container between its brackets is in no list either, and has no
 // type: it is known as the parent of what is being built in it.
 //
-// Ownership: each function that takes a text owns it, whatever its result is. A failed step leaves
-//            the tree as it was.
+// Ownership: each function that takes a text owns it, whatever its result is. A failed step (false:
+//            memory is short) leaves the tree as it was.
 #pragma once
 
 #include "corelink/scanner.h"
@@ -31,16 +31,16 @@ public:
 
     int next_token(clparse_lex_value &value) { return corelink::next_token(scanner_, value); }
 
-    Step string_value(char *text);
+    bool string_value(char *text);
     void number_value(uint64_t number);
     void boolean_value(unsigned char flag);
 
-    Step open_container();
+    bool open_container();
     void close_struct();
     void close_array();
 
-    Step end_member(char *tag); // without a value, too
-    Step end_element();
+    bool end_member(char *tag); // without a value, too
+    bool end_element();
 
     Step enter_prefix(char *tag);
     void leave_prefix();

@@ -4,6 +4,7 @@
  * parse fails is released by the destructor below.
  */
 %define api.pure full
+%define api.token.raw
 %define api.prefix {corelink_grammar_}
 %define api.value.type {union clparse_lex_value}
 %param {vn::corelink::Builder &builder}
@@ -20,36 +21,56 @@
 #define YYMALLOC(size) vn_memcheck_malloc(malloc, size, "yyparse", __LINE__)
 #define YYFREE(block) vn_memcheck_free(free, block, "corelink.tab:" VN_CORELINK_STRING(__LINE__))
 #define YYMAXDEPTH 10000
-
-/* Leaves the parser when a step could not be taken. */
-#define TAKE(step)                                  \
-    switch (step) {                                 \
-    case vn::corelink::Step::kDone: break;          \
-    case vn::corelink::Step::kSyntaxError:          \
-        yyerror(builder, YY_("syntax error"));      \
-        YYABORT;                                    \
-    case vn::corelink::Step::kNoMemory: YYNOMEM;    \
-    }
 }
 
 %code {
-static int corelink_grammar_lex(clparse_lex_value *value, vn::corelink::Builder &builder)
+namespace {
+
+/* The kinds of the marks are in the order of these bits, which differ for each. */
+constexpr int kind_of_mark(int mark)
 {
-    return builder.next_token(*value);
+    return OTHER + ((mark * 109 >> 8) & 7);
+}
+static_assert(kind_of_mark('=') == EQUALS && kind_of_mark(',') == COMMA);
+static_assert(kind_of_mark('.') == DOT && kind_of_mark('{') == OPEN_BRACE);
+static_assert(kind_of_mark('}') == CLOSE_BRACE && kind_of_mark('[') == OPEN_BRACKET);
+static_assert(kind_of_mark(']') == CLOSE_BRACKET);
+
+/* The others are in the scanner's order. */
+constexpr int kAhead = int{CLPARSE_TOKEN_IDENTIFIER} - int{IDENTIFIER};
+static_assert(CLPARSE_TOKEN_STRING - kAhead == STRING && CLPARSE_TOKEN_NUMBER - kAhead == NUMBER);
+static_assert(CLPARSE_TOKEN_BOOLEAN - kAhead == BOOLEAN && CLPARSE_TOKEN_OTHER - kAhead == OTHER);
+
+int corelink_grammar_lex(clparse_lex_value *value, vn::corelink::Builder &builder)
+{
+    const int token = builder.next_token(*value);
+    if (token >= CLPARSE_TOKEN_IDENTIFIER) return token - kAhead;
+    return token != 0 ? kind_of_mark(token) : CORELINK_GRAMMAR_EOF;
 }
 
-static void corelink_grammar_error(vn::corelink::Builder &builder, const char *message)
-{
-    builder.report(message);
-}
+} // namespace
+
+/* No rule recovers from a syntax error: the parser is left at once. (The other message is "memory
+ * exhausted", after which it is left anyway.) */
+#undef yyerror
+#define yyerror(builder, message)                    \
+    do {                                             \
+        (builder).report(message);                   \
+        if ((message)[0] == 's') goto yyabortlab;    \
+    } while (0)
+
+/* Leaves the parser when there was no memory for a step. */
+#define TAKE(step)            \
+    do {                      \
+        if (!(step)) YYNOMEM; \
+    } while (0)
 }
 
-%token <text> IDENTIFIER 258
-%token <text> STRING 259
-%token <number> NUMBER 260
-%token <boolean> BOOLEAN 261
-%token UNUSED 262
-%token OTHER 263
+%token <text> IDENTIFIER STRING
+%token <number> NUMBER
+%token <boolean> BOOLEAN
+%token UNUSED OTHER
+%token EQUALS "=" COMMA "," DOT "." OPEN_BRACE "{" CLOSE_BRACE "}" OPEN_BRACKET "[" CLOSE_BRACKET "]"
 
 %destructor { vn::corelink::release_text($$, VN_CORELINK_HERE); } <text>
 
@@ -61,38 +82,44 @@ corelink:
 
 members:
     member
-|   members ',' member
+|   members "," member
 ;
 
 elements:
     value                           { TAKE(builder.end_element()); }
-|   elements ',' value              { TAKE(builder.end_element()); }
+|   elements "," value              { TAKE(builder.end_element()); }
 ;
 
 member:
-    IDENTIFIER '=' value            { TAKE(builder.end_member($1)); }
+    IDENTIFIER "=" value            { TAKE(builder.end_member($1)); }
 |   path_prefix member              { builder.leave_prefix(); }
 |   IDENTIFIER                      { TAKE(builder.end_member($1)); }
 ;
 
 path_prefix:
-    IDENTIFIER '.'                  { TAKE(builder.enter_prefix($1)); }
+    IDENTIFIER "."                  {
+                                        switch (builder.enter_prefix($1)) {
+                                        case vn::corelink::Step::kDone: break;
+                                        case vn::corelink::Step::kSyntaxError: goto yyerrlab;
+                                        case vn::corelink::Step::kNoMemory: YYNOMEM;
+                                        }
+                                    }
 ;
 
 struct_open:
-    '{'                             { TAKE(builder.open_container()); }
+    "{"                             { TAKE(builder.open_container()); }
 ;
 
 array_open:
-    '['                             { TAKE(builder.open_container()); }
+    "["                             { TAKE(builder.open_container()); }
 ;
 
 value:
     STRING                          { TAKE(builder.string_value($1)); }
 |   NUMBER                          { builder.number_value($1); }
 |   BOOLEAN                         { builder.boolean_value($1); }
-|   struct_open members '}'         { builder.close_struct(); }
-|   array_open elements ']'         { builder.close_array(); }
+|   struct_open members "}"         { builder.close_struct(); }
+|   array_open elements "]"         { builder.close_array(); }
 ;
 
 %%
