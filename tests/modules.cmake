@@ -45,6 +45,7 @@ vnlib_test_program(versions_test vnlib_static "" "" versions_test.cpp)
 target_include_directories(versions_test PRIVATE ${PROJECT_SOURCE_DIR}/src)
 vnlib_test(red_black_tree)
 vnlib_fault_test(red_black_tree WRAP __vn_log)
+target_include_directories(red_black_tree_fault_test PRIVATE ${PROJECT_SOURCE_DIR}/src) # for the walk
 vnlib_test(hash)
 vnlib_test(list_sort)
 vnlib_test(check_lock)

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <regex>
 
+#include "red_black_tree/post_order.h"
 #include "vnlib/log.h"
 
 namespace {
@@ -180,6 +181,26 @@ TEST(RbFault, DeepTreesAreListedRightWhateverAllocationFails)
                 ASSERT_EQ(tree.nodes[i].link[side], same);
             }
             ASSERT_EQ(tree.nodes[i].colour, 0u);
+        }
+    }
+}
+
+// The walk of a build for size, which calls its visitors through a pointer.
+TEST(RbWalk, AnyVisitorSeesTheSameNodes)
+{
+    for (const int shape : {0, 1, 2}) {
+        DeepTree tree(shape);
+        const std::vector<uint64_t> expected = listed(&tree.handle);
+        for (const size_t wanted : {size_t{1}, size_t{1000}, expected.size() + 1}) {
+            std::vector<uint64_t> seen;
+            auto visit = [&](const rb_node &node) {
+                seen.push_back(node.key_low);
+                return seen.size() < wanted;
+            };
+            vn::red_black_tree::walk_post_order(tree.handle.link[0],
+                                                vn::red_black_tree::AnyVisit(visit));
+            EXPECT_EQ(seen.size(), std::min(wanted, expected.size()));
+            EXPECT_TRUE(std::equal(seen.begin(), seen.end(), expected.begin()));
         }
     }
 }

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "support/errno_guard.h"
+#include "support/small.h"
 #include "vnlib/red_black_tree.h"
 
 namespace vn::red_black_tree {
@@ -100,10 +101,8 @@ void visit_turning_links(rb_node *node, Visit &visit)
     }
 }
 
-// Calls visit(node) for every node below and including `node` (null for none). `visit` returns
-// whether it wants more; it may be called again all the same.
 template <typename Visit>
-void visit_post_order(rb_node *node, Visit visit)
+void walk_post_order(rb_node *node, Visit visit)
 {
     Path path;
     for (;;) {
@@ -120,6 +119,35 @@ void visit_post_order(rb_node *node, Visit visit)
         if (path.empty()) return;
         node = path.last()->link[1];
     }
+}
+
+// Any visitor, called through a pointer.
+class AnyVisit {
+public:
+    template <typename Visit>
+    explicit AnyVisit(Visit &visit)
+        : visit_(&visit), call_([](void *any, const rb_node &node) -> bool {
+              return (*static_cast<Visit *>(any))(node);
+          })
+    {
+    }
+    bool operator()(const rb_node &node) const { return call_(visit_, node); }
+
+private:
+    void *visit_;
+    bool (*call_)(void *visit, const rb_node &node);
+};
+
+// Calls visit(node) for every node below and including `node` (null for none). `visit` returns
+// whether it wants more; it may be called again all the same. Each visitor has a walk of its own;
+// in a small build one walk serves them all.
+template <typename Visit>
+void visit_post_order(rb_node *node, Visit &&visit)
+{
+    if constexpr (kSmall)
+        walk_post_order(node, AnyVisit(visit));
+    else
+        walk_post_order(node, [&visit](const rb_node &each) { return visit(each); });
 }
 
 } // namespace vn::red_black_tree

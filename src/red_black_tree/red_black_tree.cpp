@@ -36,9 +36,20 @@ uint64_t key_of(const rb_node &node)
     return join(node.key_low, node.key_high);
 }
 
+void *data_of(const rb_node &node)
+{
+    return node.data;
+}
+
+// A missing child counts as black.
+uint32_t colour_of(const rb_node *node)
+{
+    return node != nullptr ? node->colour : kBlack;
+}
+
 bool is_red(const rb_node *node)
 {
-    return node != nullptr && node->colour == kRed;
+    return colour_of(node) != kBlack;
 }
 
 // Two nodes are asked before anything is decided. Either alone is red often and without a pattern,
@@ -46,12 +57,12 @@ bool is_red(const rb_node *node)
 bool both_red(const rb_node *one, const rb_node *other)
 {
     if (one == nullptr || other == nullptr) return false;
-    return ((one->colour ^ kRed) | (other->colour ^ kRed)) == 0;
+    return (one->colour & other->colour) != kBlack;
 }
 
 bool any_red(const rb_node *one, const rb_node *other)
 {
-    return (int{is_red(one)} | int{is_red(other)}) != 0;
+    return (colour_of(one) | colour_of(other)) != kBlack;
 }
 
 rb_node *new_node(const rb_node &content)
@@ -61,12 +72,19 @@ rb_node *new_node(const rb_node &content)
     return node;
 }
 
+rb_node *new_record()
+{
+    return static_cast<rb_node *>(std::calloc(1, sizeof(rb_node)));
+}
+
 // --- searching -----------------------------------------------------------------------------------
 
 // Both links are read while the keys are still being compared, and one is picked without a branch:
-// which way a search turns cannot be predicted, and a wrong guess costs more than a step down.
+// which way a search turns cannot be predicted, and a wrong guess costs more than a step down. A
+// small build reads the one it needs.
 rb_node *child(const rb_node &node, bool side)
 {
+    if constexpr (kSmall) return node.link[side];
     const auto left = reinterpret_cast<uintptr_t>(node.link[0]);
     const auto right = reinterpret_cast<uintptr_t>(node.link[1]);
     return reinterpret_cast<rb_node *>(left ^ ((left ^ right) & -uintptr_t{side}));
@@ -97,8 +115,9 @@ void rotate(rb_node *&link, bool side)
 
 void rotate_and_recolour(rb_node *&link, bool side)
 {
+    rb_node *const node = link;
     rotate(link, side);
-    link->link[side]->colour = kRed;
+    node->colour = kRed;
     link->colour = kBlack;
 }
 
@@ -136,12 +155,11 @@ struct Descent {
     void repair()
     {
         if (grand == nullptr || !is_red(*parent)) return;
-        const bool parent_side = *parent == (*grand)->link[1];
-        const bool side = *link == (*parent)->link[1];
-        if (side == parent_side) {
-            rotate_and_recolour(*grand, !parent_side);
+        const bool away = *parent == (*grand)->link[0]; // from the side where the parent lies
+        if (*link == (*parent)->link[!away]) {
+            rotate_and_recolour(*grand, away);
         } else {
-            rotate_twice(*grand, !parent_side);
+            rotate_twice(*grand, away);
             link = grand; // it is the current node that has risen
         }
         parent = grand;
@@ -151,11 +169,12 @@ struct Descent {
 // Which way a descent goes on. Keys that arrive in ascending order turn right all the way down:
 // when the first turns have been such, the next one is taken for granted, and the processor need
 // not wait for the comparison to know where to read on. Other keys do that too rarely to pay for
-// it.
+// it, and a small build takes nothing for granted.
 class Turns {
 public:
     rb_node *next(const rb_node &node, bool right)
     {
+        if constexpr (kSmall) return child(node, right);
         rights_ = rights_ << 1 & -uint64_t{right};
         return rights_ >= kSteady ? node.link[1] : child(node, right);
     }
@@ -166,8 +185,7 @@ private:
     uint64_t rights_ = 1; // shifted with every turn to the right, gone with the first to the left
 };
 
-// Links `fresh`, a red leaf, into the tree, which is not empty. False when its key is there
-// already.
+// Links `fresh`, a red leaf, into the tree. False when its key is there already.
 bool insert(rb_node *&root, rb_node *fresh)
 {
     const uint64_t key = key_of(*fresh);
@@ -269,21 +287,36 @@ size_t count(rb_node *root)
     return nodes;
 }
 
-// Writes value_of(node) for one node more than `capacity`, if there are so many.
-template <typename Value, typename ValueOf>
-unsigned list(const rb_node *tree, Value *values, unsigned capacity, ValueOf value_of)
+// Writes kValueOf(node) for one node more than `capacity`, if there are so many.
+template <typename Value, auto kValueOf>
+class Listing {
+public:
+    Listing(Value *values, size_t capacity) : values_(values), capacity_(capacity) {}
+
+    bool operator()(const rb_node &node)
+    {
+        if (size_ > capacity_) return false;
+        values_[size_++] = kValueOf(node);
+        return true;
+    }
+    [[nodiscard]] unsigned size() const { return static_cast<unsigned>(size_); }
+
+private:
+    Value *const values_;
+    const size_t capacity_;
+    size_t size_ = 0;
+};
+
+template <auto kValueOf, typename Value>
+unsigned list(const rb_node *tree, Value *values, unsigned capacity)
 {
     if (values == nullptr) {
         log::report_assertion("data != ((void *)0)", "red_black_tree", __LINE__);
         return 0;
     }
-    size_t next = 0;
-    visit_post_order(root_of(tree), [&](const rb_node &node) {
-        if (next > capacity) return false;
-        values[next++] = value_of(node);
-        return true;
-    });
-    return static_cast<unsigned>(next);
+    Listing<Value, kValueOf> listing(values, capacity);
+    visit_post_order(root_of(tree), listing);
+    return listing.size();
 }
 
 // Keys with their data, copied so that the tree may change while they are worked on.
@@ -355,19 +388,13 @@ extern "C" {
 rb_node *rb_create_node(rb_node *tree, uint32_t key_low, uint32_t key_high, void *data)
 {
     rb_node *const fresh = new_node({key_low, key_high, data, {nullptr, nullptr}, kRed});
-    if (fresh != nullptr && tree == nullptr) tree = new_node({});
+    if (fresh != nullptr && tree == nullptr) tree = new_record();
     if (fresh == nullptr || tree == nullptr) {
         std::free(fresh);
         errno = ENOMEM;
         return tree;
     }
-    rb_node *&root = tree->link[0];
-    if (root == nullptr) {
-        root = fresh;
-        root->colour = kBlack;
-    } else if (!insert(root, fresh)) {
-        std::free(fresh);
-    }
+    if (!insert(tree->link[0], fresh)) std::free(fresh);
     return tree;
 }
 
@@ -399,12 +426,12 @@ unsigned rb_count_nodes(rb_node *tree)
 
 unsigned rb_get_node_list_data(rb_node *tree, void **data, unsigned capacity)
 {
-    return list(tree, data, capacity, [](const rb_node &node) { return node.data; });
+    return list<data_of>(tree, data, capacity);
 }
 
 unsigned rb_get_node_list(rb_node *tree, uint64_t *keys, unsigned capacity)
 {
-    return list(tree, keys, capacity, key_of);
+    return list<key_of>(tree, keys, capacity);
 }
 
 int work_treenode_locked(rb_node **tree, rb_work_fn work, void *arg, pthread_mutex_t *mutex)
