@@ -14,54 +14,78 @@
 
 namespace vn::corelink {
 
-template <typename Item, size_t kInline>
-class SmallStack {
-    static_assert(std::is_trivially_copyable_v<Item> && std::is_trivial_v<Item>);
-
+// What does not depend on the type of the items.
+class StackOfBytes {
 public:
-    SmallStack() = default;
-    ~SmallStack() { std::free(heap_); }
-    SmallStack(const SmallStack &) = delete;
-    SmallStack &operator=(const SmallStack &) = delete;
+    StackOfBytes(const StackOfBytes &) = delete;
+    StackOfBytes &operator=(const StackOfBytes &) = delete;
 
     [[nodiscard]] bool empty() const { return size_ == 0; }
     [[nodiscard]] size_t size() const { return size_; }
-    [[nodiscard]] Item *items() { return heap_ != nullptr ? heap_ : inline_; }
-    Item &top() { return items()[size_ - 1]; }
     void pop() { --size_; }
     void shrink_to(size_t size) { size_ = size; }
+
+protected:
+    StackOfBytes(void *inline_items, size_t capacity) : items_(inline_items), capacity_(capacity) {}
+    ~StackOfBytes() { std::free(heap_); }
+
+    [[nodiscard]] void *items() const { return items_; }
+
+    // The place for `count` more items, which count as pushed; null without memory.
+    [[nodiscard]] void *room(size_t count, size_t item_size)
+    {
+        if (count > capacity_ - size_ && !grow(count, item_size)) return nullptr;
+        size_ += count;
+        return static_cast<char *>(items_) + (size_ - count) * item_size;
+    }
+
+private:
+    bool grow(size_t extra, size_t item_size);
+
+    void *items_;
+    void *heap_ = nullptr; // where the items are, once their first place was too small
+    size_t size_ = 0;
+    size_t capacity_;
+};
+
+inline bool StackOfBytes::grow(size_t extra, size_t item_size)
+{
+    if (extra > PTRDIFF_MAX - size_) return false;
+    const size_t wanted = std::max(capacity_ * 2, size_ + extra);
+    size_t bytes;
+    if (__builtin_mul_overflow(wanted, item_size, &bytes) || bytes > PTRDIFF_MAX) return false;
+    void *const block = std::realloc(heap_, bytes);
+    if (block == nullptr) return false;
+    if (heap_ == nullptr) std::memcpy(block, items_, size_ * item_size);
+    items_ = heap_ = block;
+    capacity_ = wanted;
+    return true;
+}
+
+template <typename Item, size_t kInline>
+class SmallStack : public StackOfBytes {
+    static_assert(std::is_trivially_copyable_v<Item> && std::is_trivial_v<Item>);
+
+public:
+    SmallStack() : StackOfBytes(inline_, kInline) {}
+
+    [[nodiscard]] Item *items() { return static_cast<Item *>(StackOfBytes::items()); }
+    Item &top() { return items()[size() - 1]; }
 
     // Without memory the stack stays as it was.
     [[nodiscard]] bool push(const Item &item) { return append(&item, 1); }
     [[nodiscard]] bool append(const Item *more, size_t count) // `more` lies elsewhere
     {
-        if (!reserve(count)) return false;
-        std::copy_n(more, count, items() + size_);
-        size_ += count;
+        void *const place = room(count, kItemSize);
+        if (place == nullptr) return false;
+        std::memcpy(place, more, count * kItemSize);
         return true;
     }
 
 private:
-    bool reserve(size_t extra)
-    {
-        if (extra <= capacity_ - size_) return true;
-        constexpr size_t kLargest = PTRDIFF_MAX / kItemSize / 2; // doubling cannot wrap
-        if (extra > kLargest - size_) return false;
-        const size_t wanted = std::max(capacity_ * 2, size_ + extra);
-        void *const block = std::realloc(heap_, wanted * kItemSize);
-        if (block == nullptr) return false;
-        if (heap_ == nullptr) std::memcpy(block, inline_, size_ * kItemSize);
-        heap_ = static_cast<Item *>(block);
-        capacity_ = wanted;
-        return true;
-    }
-
     static constexpr size_t kItemSize = sizeof(Item[1]);
 
     Item inline_[kInline];
-    Item *heap_ = nullptr; // in place of inline_, once that was too small
-    size_t size_ = 0;
-    size_t capacity_ = kInline;
 };
 
 } // namespace vn::corelink
