@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "support/bytes.h"
+
 namespace {
 
 constexpr size_t kPathSize = 4095; // on the heap: small machines have small thread stacks
@@ -39,10 +41,7 @@ int vn_getmac(const char *ifname, unsigned char mac[6])
 
 uint64_t vn_getmac64(const char *ifname)
 {
-    unsigned char mac[6];
-    if (vn_getmac(ifname, mac) != 0) return 0;
-    uint64_t address = 0;
-    for (const unsigned char byte : mac) address = address << 8 | byte;
-    return address;
+    unsigned char address[8] = {};
+    return vn_getmac(ifname, address + 2) == 0 ? vn::bytes::load_big<uint64_t>(address) : 0;
 }
 }

@@ -12,7 +12,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
-#include "support/errno_guard.h"
 #include "vnlib/log.h"
 
 namespace vn::vnsock {
@@ -21,66 +20,54 @@ namespace {
 constexpr int kSilent = 23; // the level at which every dump prints nothing
 constexpr socklen_t kRecordSize = 104;
 
-enum class Kind : unsigned char { kByte, kLowNibble, kHighNibble, kWord };
+// The fields in the order of the record; the seventh byte holds two.
+constexpr char kLabels[] = "State\0"
+                           "CA State\0"
+                           "Retransmits\0"
+                           "Probes\0"
+                           "Backoff\0"
+                           "Options\0"
+                           "Snd WScale\0"
+                           "Rcv WScale\0"
+                           "RTO\0"
+                           "ATO\0"
+                           "Snd MSS\0"
+                           "Rcv MSS\0"
+                           "Un-ACK'ed\0"
+                           "SACK'ed\0"
+                           "Lost\0"
+                           "Retrans\0"
+                           "Fackets\0"
+                           "Last Data Sent\0"
+                           "Last ACK Sent\0"
+                           "Last Data Recv\0"
+                           "Last ACK Recv\0"
+                           "PMTU\0"
+                           "Rcv SSThresh\0"
+                           "RTT\0"
+                           "RTT Var\0"
+                           "Snd SSThresh\0"
+                           "Snd CWND\0"
+                           "Adv MSS\0"
+                           "Reordering\0"
+                           "Rcv RTT\0"
+                           "Rcv Space\0"
+                           "Total Retrans\0";
+constexpr unsigned kSendScale = 6, kReceiveScale = 7, kFirstWord = 8;
 
-struct Field {
-    char label[15]; // in place: pointers would be filled in at every start of a program
-    unsigned char offset;
-    Kind kind;
-};
-
-constexpr Field kFields[] = {
-    {"State", 0, Kind::kByte},
-    {"CA State", 1, Kind::kByte},
-    {"Retransmits", 2, Kind::kByte},
-    {"Probes", 3, Kind::kByte},
-    {"Backoff", 4, Kind::kByte},
-    {"Options", 5, Kind::kByte},
-    {"Snd WScale", 6, Kind::kLowNibble},
-    {"Rcv WScale", 6, Kind::kHighNibble},
-    {"RTO", 8, Kind::kWord},
-    {"ATO", 12, Kind::kWord},
-    {"Snd MSS", 16, Kind::kWord},
-    {"Rcv MSS", 20, Kind::kWord},
-    {"Un-ACK'ed", 24, Kind::kWord},
-    {"SACK'ed", 28, Kind::kWord},
-    {"Lost", 32, Kind::kWord},
-    {"Retrans", 36, Kind::kWord},
-    {"Fackets", 40, Kind::kWord},
-    {"Last Data Sent", 44, Kind::kWord},
-    {"Last ACK Sent", 48, Kind::kWord},
-    {"Last Data Recv", 52, Kind::kWord},
-    {"Last ACK Recv", 56, Kind::kWord},
-    {"PMTU", 60, Kind::kWord},
-    {"Rcv SSThresh", 64, Kind::kWord},
-    {"RTT", 68, Kind::kWord},
-    {"RTT Var", 72, Kind::kWord},
-    {"Snd SSThresh", 76, Kind::kWord},
-    {"Snd CWND", 80, Kind::kWord},
-    {"Adv MSS", 84, Kind::kWord},
-    {"Reordering", 88, Kind::kWord},
-    {"Rcv RTT", 92, Kind::kWord},
-    {"Rcv Space", 96, Kind::kWord},
-    {"Total Retrans", 100, Kind::kWord},
-};
-
-unsigned value_of(const Field &field, const unsigned char *info)
+unsigned value_of(unsigned field, const unsigned char *info)
 {
-    const unsigned char byte = info[field.offset];
-    switch (field.kind) {
-    case Kind::kByte: return byte;
-    case Kind::kLowNibble: return byte & 0xFu;
-    case Kind::kHighNibble: return byte >> 4;
-    case Kind::kWord: break;
-    }
+    if (field == kSendScale) return info[kSendScale] & 0xFu;
+    if (field == kReceiveScale) return info[kSendScale] >> 4;
+    if (field < kSendScale) return info[field];
     uint32_t word;
-    memcpy(&word, info + field.offset, sizeof word);
+    memcpy(&word, info + kFirstWord + sizeof word * (field - kFirstWord), sizeof word);
     return word;
 }
 
-constexpr int digits_of(Kind kind)
+constexpr int digits_of(unsigned field)
 {
-    return kind == Kind::kWord ? 8 : kind == Kind::kByte ? 2 : 1;
+    return field >= kFirstWord ? 8 : field < kSendScale ? 2 : 1;
 }
 
 } // namespace
@@ -94,8 +81,7 @@ int read_tcp_info(int fd, unsigned char *info)
 {
     socklen_t length = kRecordSize;
     if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, info, &length) == 0) return 0;
-    const vn::ErrnoGuard keep;
-    vn_errno("%s: getsockopt", "read_tcp_info");
+    vn_errno("read_tcp_info: getsockopt");
     return -1;
 }
 
@@ -103,8 +89,9 @@ void display_tcp_info(int level, const unsigned char *info)
 {
     if (level == kSilent || info == nullptr) return;
     __vn_log(level, "==== Dumping Full TCP Information ====");
-    for (const Field &field : kFields)
-        __vn_log(level, "%-15s%#.*x", field.label, digits_of(field.kind), value_of(field, info));
+    unsigned field = 0;
+    for (const char *label = kLabels; *label != '\0'; label += strlen(label) + 1, ++field)
+        __vn_log(level, "%-15s%#.*x", label, digits_of(field), value_of(field, info));
     __vn_log(level, "==== End of Full TCP Information ====");
 }
 }
