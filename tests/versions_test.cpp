@@ -289,19 +289,58 @@ TEST(SmallVersions, OfTheChecksumAgreeWithTheFastOne)
     }
 }
 
-struct Titled {
+struct TextRow {
+    unsigned code;
     vn::scsi::Literal text;
 };
-constexpr Titled kTitles[] = {{"A"}, {""}, {"three"}, {"A"}, {"five, the second start"},
-                              {""},  {"7"}};
+
+constexpr TextRow kTextsOfAll[] = {{0, "zero"},  {1, "none"},      {2, "two"},   {3, "two"},
+                                   {4, "two"},   {5, "none"},      {6, "two"},   {7, "two"},
+                                   {8, "eight"}, {9, "of a kind"}, {10, "zero"}, {11, "none"}};
 
 TEST(SmallVersions, OfTextListsHaveTheSameTexts)
 {
-    const std::vector<std::string> expected = {"A", "", "three", "A", "five, the second start",
-                                               "",  "7"};
-    for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ((vn::scsi::text_by_number<kTitles, 1>(i)), expected[i]);
-        EXPECT_EQ((vn::scsi::text_by_number<kTitles, 4>(i)), expected[i]);
+    for (unsigned code = 0; code < 20; ++code) {
+        const auto &row = kTextsOfAll[std::min(code, 11u)];
+        EXPECT_STREQ(vn::scsi::text_by_code<kTextsOfAll>(code), row.text.characters) << code;
+        EXPECT_STREQ(vn::scsi::walk_to<kTextsOfAll>(code), row.text.characters) << code;
+    }
+}
+
+// Gaps and runs that take no mark, one and several, within a page and across.
+consteval auto texts_with_gaps()
+{
+    std::array<TextRow, 69> rows{};
+    size_t count = 0;
+    const auto add = [&](unsigned code, vn::scsi::Literal text) { rows[count++] = {code, text}; };
+    add(1, "first");
+    add(2, "second");
+    add(18, "after 15");
+    add(34, "after 15");
+    add(50, "after 15");
+    add(67, "after 16");
+    for (unsigned code = 100; code < 140; ++code) add(code, "forty");
+    add(140, "behind them");
+    for (unsigned code = 0x1F8; code < 0x208; ++code) add(code, "over the edge of a page");
+    add(0x208, "none");
+    add(0x209, "after none");
+    add(0x3FF, "end of a page");
+    add(0x400, "begin of a page");
+    add(0x500, "begin of another");
+    add(0xFFFF, "none");
+    return rows;
+}
+constexpr auto kTextsWithGaps = texts_with_gaps();
+
+TEST(SmallVersions, OfTextListsKnowTheirGaps)
+{
+    for (unsigned code = 0; code < 0x700; ++code) {
+        const auto *const row =
+            std::find_if(std::begin(kTextsWithGaps), std::end(kTextsWithGaps),
+                         [code](const TextRow &candidate) { return candidate.code == code; });
+        EXPECT_STREQ(vn::scsi::walk_to<kTextsWithGaps>(code),
+                     row == std::end(kTextsWithGaps) ? "none" : row->text.characters)
+            << code;
     }
 }
 

@@ -2,11 +2,13 @@
 //
 // The long tables are *.tsv beside this file: one row a line, to be read beside T10's lists and
 // corrected with any editor. The build turns each into ROW(...) lines, and the compiler turns those
-// into pools of text (texts.h) and into indexes, so that no look-up searches a whole table:
+// into lists of text (texts.h) and into indexes, so that no look-up searches a whole table:
 //
 //     sense code   asc -> its few rows, one of which has the ascq
 //     descriptor   code / 128 -> the few rows of four standards
 //     all others   the code is the row
+//
+// Builds for size have no indexes but one place to begin for each 16 ASCs.
 #include "vnlib/scsi.h"
 
 #include <algorithm>
@@ -31,11 +33,12 @@ consteval std::array<Row, Size> by_code(const Row (&rows)[Given], Literal otherw
     return list;
 }
 
-// Rows that lie behind the last code answer for all above it.
+// For lists with a row for each code from 0; those behind the last one read what it reads.
 template <const auto &kRows>
-const char *text_of_code(size_t code)
+const char *text_of_code(unsigned code)
 {
-    return text_of_row<kRows>(std::min(code, std::size(kRows) - 1));
+    if constexpr (kSmall) return walk_to<kRows>(code);
+    return text_by_code<kRows>(code);
 }
 
 // Whether the keys of `rows` grow from each to the next.
@@ -50,37 +53,44 @@ consteval bool ascend(const Rows &rows, Key key)
 
 // ---- sense codes ----
 
-struct SenseCode {
-    uint8_t asc;
-    uint8_t ascq;
-    Literal text;
-};
-constexpr SenseCode kSenseCodes[] = {
-#define ROW(asc, ascq, text) {0x##asc, 0x##ascq, text},
+constexpr Row kSenseCodes[] = {
+#define ROW(asc, ascq, text) {0x##asc##ascq, text},
 #include "scsi/asc-ascq.inc"
 #undef ROW
-    {0xFF, 0xFF, "Unknown ASC/ASCQ"}, // what every pair without a row gets
+    {0xFFFF, "Unknown ASC/ASCQ"}, // what every pair without a row gets
 };
-static_assert(ascend(kSenseCodes, [](const SenseCode &row) { return row.asc << 8 | row.ascq; }),
+static_assert(ascend(kSenseCodes, [](const Row &row) { return row.code; }),
               "asc-ascq.tsv is in ascending order, each pair once");
 
 constexpr size_t kUnknownSenseCode = std::size(kSenseCodes) - 1;
 
-// The codes whose qualifier is a number answer, whatever it is, with the text that has their own
+// The ASCs whose qualifier is a number answer, whatever it is, with the text that has their own
 // place in the whole list: the first of them with the first text, and so on. Whoever reads our logs
 // has always seen these.
-constexpr uint8_t kNumberedCodes[] = {
+constexpr uint8_t kNumberedAscs[] = {
 #define ROW(asc, ascq, text) 0x##asc,
 #include "scsi/asc-only.inc"
 #undef ROW
 };
+static_assert(kSenseCodes[std::size(kNumberedAscs) - 1].code == std::size(kNumberedAscs) - 1,
+              "the first places are the first codes");
+
+unsigned sense_code(unsigned asc, unsigned ascq)
+{
+    for (unsigned place = 0; place < std::size(kNumberedAscs); ++place) {
+        if (asc == kNumberedAscs[place]) return place;
+    }
+    return asc << 8 | ascq;
+}
+
+constexpr size_t kAscs = (kSenseCodes[kUnknownSenseCode - 1].code >> 8) + size_t{1};
 
 // For each ASC, its first row.
-constexpr size_t kAscs = kSenseCodes[kUnknownSenseCode - 1].asc + size_t{1};
 consteval std::array<uint16_t, kAscs + 1> first_sense_rows()
 {
     std::array<uint16_t, kAscs + 1> first{};
-    for (size_t row = 0; row < kUnknownSenseCode; ++row) ++first[kSenseCodes[row].asc + size_t{1}];
+    for (size_t row = 0; row < kUnknownSenseCode; ++row)
+        ++first[(kSenseCodes[row].code >> 8) + size_t{1}];
     for (size_t asc = 0; asc < kAscs; ++asc)
         first[asc + 1] = static_cast<uint16_t>(first[asc + 1] + first[asc]);
     return first;
@@ -90,77 +100,95 @@ constexpr std::array<uint16_t, kAscs + 1> kFirstSenseRow = first_sense_rows();
 consteval auto qualifiers()
 {
     std::array<uint8_t, kUnknownSenseCode> list{};
-    for (size_t row = 0; row < list.size(); ++row) list[row] = kSenseCodes[row].ascq;
+    for (size_t row = 0; row < list.size(); ++row)
+        list[row] = static_cast<uint8_t>(kSenseCodes[row].code & 0xFF);
     return list;
 }
 constexpr std::array<uint8_t, kUnknownSenseCode> kQualifiers = qualifiers();
 
-size_t sense_row(unsigned asc, unsigned ascq)
+size_t sense_row(unsigned code)
 {
-    for (size_t row = 0; row < std::size(kNumberedCodes); ++row) {
-        if (asc == kNumberedCodes[row]) return row;
-    }
+    const unsigned asc = code >> 8;
     if (asc >= kAscs) return kUnknownSenseCode;
     for (size_t row = kFirstSenseRow[asc]; row < kFirstSenseRow[asc + 1]; ++row) {
-        if (kQualifiers[row] == ascq) return row;
+        if (kQualifiers[row] == (code & 0xFF)) return row;
     }
     return kUnknownSenseCode;
+}
+
+// For each 16 ASCs, where their texts begin.
+constexpr unsigned kCodesOfABlock = 16 << 8;
+consteval auto sense_blocks()
+{
+    std::array<uint16_t, kSenseCodes[kUnknownSenseCode - 1].code / kCodesOfABlock + 1> blocks{};
+    const char *const list = kMarked<kSenseCodes>.data();
+    const char *place = list;
+    unsigned code = 0;
+    for (unsigned block = 0; block < blocks.size(); ++block) {
+        while (code < block * kCodesOfABlock) code = step(place, code);
+        blocks[block] = static_cast<uint16_t>(place - list);
+    }
+    return blocks;
+}
+constexpr auto kSenseBlocks = sense_blocks();
+
+const char *sense_text(unsigned code)
+{
+    if constexpr (kSmall) {
+        const size_t block = std::min<size_t>(code / kCodesOfABlock, kSenseBlocks.size() - 1);
+        return walk_to<kSenseCodes>(code, kSenseBlocks[block],
+                                    static_cast<unsigned>(block) * kCodesOfABlock);
+    }
+    return text_by_number<kSenseCodes>(sense_row(code));
 }
 
 // ---- commands ----
 
 constexpr Row kCommands[] = {
-#define ROW(position, stored, text) {stored, text},
+#define ROW(code, stored, text) {0x##code, text},
 #include "scsi/operation-codes.inc"
 #undef ROW
 };
-constexpr uint8_t kCommandPositions[] = {
-#define ROW(position, stored, text) 0x##position,
-#include "scsi/operation-codes.inc"
-#undef ROW
-};
-consteval bool positions_are_in_order()
+consteval bool every_code_has_its_row()
 {
-    for (size_t i = 0; i < std::size(kCommandPositions); ++i) {
-        if (kCommandPositions[i] != i) return false;
+    for (size_t code = 0; code < std::size(kCommands); ++code) {
+        if (kCommands[code].code != code) return false;
     }
-    return std::size(kCommandPositions) == 256;
+    return std::size(kCommands) == 256;
 }
-static_assert(positions_are_in_order(),
+static_assert(every_code_has_its_row(),
               "operation-codes.tsv has a row for each code, in their order");
 
-// ---- sense keys; their code is the severity ----
+// ---- sense keys ----
+
+constexpr Row kSenseKeys[] = {
+    {0, "NO SENSE"},
+    {1, "RECOVERED ERROR"},
+    {2, "NOT_READY"},
+    {3, "MEDIUM ERROR"},
+    {4, "HARDWARE ERROR"},
+    {5, "ILLEGAL REQUEST"},
+    {6, "UNIT ATTENTION"},
+    {7, "DATA PROTECT"},
+    {8, "BLANK CHECK"},
+    {9, "VENDOR SPECIFIC"},
+    {10, "COPY ABORTED"},
+    {11, "ABORTED COMMAND"},
+    {12, "EQUAL"},
+    {13, "VOLUME OVERFLOW"},
+    {14, "MISCOMPARE"},
+    {15, "SENSE RESERVED"},
+    // A key 16 does not exist, but is answered: with what used to follow in memory.
+    {16, kCommands[0].text},
+};
 
 enum Severity : unsigned { kInformation, kError, kOverflow };
 
-constexpr Row kSenseKeys[] = {
-    {kInformation, "NO SENSE"},
-    {kInformation, "RECOVERED ERROR"},
-    {kError, "NOT_READY"},
-    {kError, "MEDIUM ERROR"},
-    {kError, "HARDWARE ERROR"},
-    {kError, "ILLEGAL REQUEST"},
-    {kError, "UNIT ATTENTION"},
-    {kError, "DATA PROTECT"},
-    {kError, "BLANK CHECK"},
-    {kError, "VENDOR SPECIFIC"},
-    {kError, "COPY ABORTED"},
-    {kError, "ABORTED COMMAND"},
-    {kError, "EQUAL"},
-    {kOverflow, "VOLUME OVERFLOW"},
-    {kError, "MISCOMPARE"},
-    {kError, "SENSE RESERVED"},
-    // A key 16 does not exist, but is answered: with what used to follow in memory.
-    kCommands[0],
-};
-consteval std::array<uint8_t, std::size(kSenseKeys)> severities()
+constexpr Severity severity_of(unsigned key)
 {
-    std::array<uint8_t, std::size(kSenseKeys)> list{};
-    for (size_t key = 0; key < list.size(); ++key)
-        list[key] = static_cast<uint8_t>(kSenseKeys[key].code);
-    return list;
+    if (key <= 1 || key == 16) return kInformation;
+    return key == 13 ? kOverflow : kError;
 }
-constexpr std::array<uint8_t, std::size(kSenseKeys)> kSeverities = severities();
 
 // ---- short lists ----
 
@@ -226,8 +254,9 @@ static_assert(ascend(standards_list, [](const scsi_standard &row) { return row.c
 namespace vn::scsi {
 namespace {
 
-// T10 gives a standard 32 codes; four standards are a group. Where each group's rows begin:
-constexpr size_t kCodesOfAGroup = size_t{4} * 32;
+// T10 gives a standard 32 codes; four standards are a group, or all in a build for size. Where each
+// group's rows begin:
+constexpr size_t kCodesOfAGroup = kSmall ? 0x10000 : size_t{4} * 32;
 constexpr size_t kGroups = standards_list[std::size(standards_list) - 1].code / kCodesOfAGroup + 1;
 consteval std::array<uint16_t, kGroups + 1> first_rows()
 {
@@ -254,7 +283,7 @@ const char *standard_text(uint16_t code)
 
 const char *get_ascascq_info(unsigned char asc, unsigned char ascq)
 {
-    return text_by_number<kSenseCodes>(sense_row(asc, ascq));
+    return sense_text(sense_code(asc, ascq));
 }
 
 const char *get_scsi_standard(uint16_t code)
@@ -279,15 +308,15 @@ const char *get_status_info(unsigned char status)
 
 const char *get_condition_info(unsigned char key)
 {
-    return key < std::size(kSenseKeys) ? text_of_row<kSenseKeys>(key) : nullptr;
+    return key < std::size(kSenseKeys) ? text_of_code<kSenseKeys>(key) : nullptr;
 }
 
 unsigned get_condition_severity(unsigned char key)
 {
-    return key < std::size(kSenseKeys) ? kSeverities[key] : unsigned{kError};
+    return severity_of(key);
 }
 
 const char *get_command_info(unsigned char opcode)
 {
-    return text_of_row<kCommands>(opcode);
+    return text_of_code<kCommands>(opcode);
 }

@@ -1,20 +1,27 @@
 // texts.h - lists of constant texts without a pointer in them.
 //
-//     kNumbers  | 0 | 1 | 2 | 1 | ...             a row's text, by its number
-//     kStarts   | 0 | 16 | 37 | ...               where each text, or each fourth, starts
-//                 |    |
-//     kPool     "TEST UNIT READY\0REWIND / REZERO UNIT\0..."
-//
 // An array of pointers costs a shared library a relocation for each, done at every start of every
-// program, in memory that processes then cannot share. Equal texts are kept once. All of it is
-// computed by the compiler.
+// program, in memory that processes then cannot share. A list is rows of a code and a Literal in
+// ascending order; the last row answers for every code without one. The compiler makes of it either
+// form:
+//
+//     for speed   kNumbers  | 0 | 1 | 2 | 1 | ...    each code's text, by its number
+//                 kStarts   | 0 | 16 | 37 | ...      where each text starts
+//                             |    |
+//                 kPool     "TEST UNIT READY\0REWIND / REZERO UNIT\0..."
+//
+//     for size    kMarked   "TEST UNIT READY\0REWIND / REZERO UNIT\0" <a gap of 1> "REQUEST
+//     SENSE\0..."
+//                 to be walked: a text takes the code after the one before it, and marks between
+//                 the texts tell where it does not
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
+#include <string>
 
 #include "support/small.h"
 
@@ -42,7 +49,7 @@ constexpr bool same_text(const Literal &a, const Literal &b)
     return true;
 }
 
-// ---- texts by their number: kRows is a constant array of rows, each with a Literal `text` ----
+// ---- for speed: texts by their number ----
 
 template <const auto &kRows>
 consteval size_t pool_size()
@@ -63,42 +70,32 @@ consteval auto fill_pool()
     return pool;
 }
 
-// Where each `kStride`th text starts. Those between are reached by skipping texts, so that a small
-// build has fewer starts to keep.
-template <const auto &kRows, size_t kStride>
+template <const auto &kRows>
 consteval auto find_starts()
 {
     static_assert(pool_size<kRows>() <= 0x10000, "a start is a 16-bit number");
-    std::array<uint16_t, (std::size(kRows) + kStride - 1) / kStride> starts{};
+    std::array<uint16_t, std::size(kRows)> starts{};
     size_t number = 0;
     size_t size = 0;
     for (const auto &row : kRows) {
-        if (number % kStride == 0) starts[number / kStride] = static_cast<uint16_t>(size);
+        starts[number++] = static_cast<uint16_t>(size);
         size += row.text.size;
-        ++number;
     }
     return starts;
 }
 
 template <const auto &kRows>
 inline constexpr auto kPool = fill_pool<kRows>();
-template <const auto &kRows, size_t kStride>
-inline constexpr auto kStarts = find_starts<kRows, kStride>();
+template <const auto &kRows>
+inline constexpr auto kStarts = find_starts<kRows>();
 
-inline const char *skip_texts(const char *text, size_t count)
-{
-    for (; count != 0; --count) text += strlen(text) + 1;
-    return text;
-}
-
-template <const auto &kRows, size_t kStride = kSmall ? 4 : 1>
+template <const auto &kRows>
 const char *text_by_number(size_t number)
 {
-    const size_t start = kStarts<kRows, kStride>[number / kStride];
-    return skip_texts(&kPool<kRows>[start], number % kStride);
+    return &kPool<kRows>[kStarts<kRows>[number]];
 }
 
-// ---- rows many of which have the same text ----
+// ---- for speed: rows many of which have the same text ----
 
 template <const auto &kRows>
 constexpr size_t first_like(size_t row)
@@ -144,10 +141,116 @@ inline constexpr auto kNumbers = number_texts<kRows>().numbers;
 template <const auto &kRows>
 inline constexpr auto kDistinct = number_texts<kRows>().texts;
 
+// The rows' codes are 0, 1, 2 and so on.
 template <const auto &kRows>
-const char *text_of_row(size_t row)
+const char *text_by_code(size_t code)
 {
+    const size_t row = std::min(code, std::size(kRows) - 1);
     return text_by_number<kDistinct<kRows>>(kNumbers<kRows>[row]);
+}
+
+// ---- for size: texts to be walked ----
+
+// No text begins with a mark: for as many codes there is no text, or still the last one.
+constexpr unsigned kGap = 0x00;       // + 1 to 15
+constexpr unsigned kRepeat = 0x10;    // + 1 to 15
+constexpr unsigned kGapToPage = 0x10; // as many as are left until the low byte of the code is 0
+constexpr unsigned kLongestMark = 15;
+
+// Steps over a text or a mark and returns the code of what follows.
+constexpr unsigned step(const char *&place, unsigned code)
+{
+    const auto mark = static_cast<unsigned char>(*place);
+    if (mark >= ' ') {
+        place += std::char_traits<char>::length(place) + 1;
+        return code + 1;
+    }
+    ++place;
+    return mark == kGapToPage ? (code | 0xFF) + 1 : code + (mark & kLongestMark);
+}
+
+// Walks from a place with a code, which is not above the one that is looked for.
+constexpr const char *walk(const char *place, unsigned at, const char *last, unsigned code)
+{
+    const char *text = last;
+    while (place != last) {
+        const auto mark = static_cast<unsigned char>(*place);
+        if (mark <= kGapToPage) text = last;
+        if (mark >= ' ') text = place;
+        at = step(place, at);
+        if (code < at) return text;
+    }
+    return last;
+}
+
+template <const auto &kRows>
+consteval bool no_text_begins_with_a_mark()
+{
+    for (const auto &row : kRows) {
+        if (static_cast<unsigned char>(row.text.characters[0]) < ' ') return false;
+    }
+    return true;
+}
+
+// Calls `put` with each character of the marked texts.
+template <const auto &kRows, typename Put>
+constexpr void put_marked(Put put)
+{
+    const auto put_text = [&](const Literal &text) {
+        for (size_t i = 0; i < text.size; ++i) put(text.characters[i]);
+    };
+    unsigned at = 0;
+    const auto put_marks = [&](unsigned mark, unsigned until) {
+        while (at != until) {
+            const unsigned count = std::min(until - at, kLongestMark);
+            put(static_cast<char>(mark + count));
+            at += count;
+        }
+    };
+    const Literal &otherwise = kRows[std::size(kRows) - 1].text;
+    const Literal *last = nullptr;
+    unsigned last_until = 0;
+    for (const auto &row : kRows) {
+        if (same_text(row.text, otherwise)) continue;
+        if (row.code == last_until && last != nullptr && same_text(row.text, *last)) {
+            ++last_until;
+            continue;
+        }
+        put_marks(kRepeat, last_until);
+        for (; at / 0x100 != row.code / 0x100; at = (at | 0xFF) + 1)
+            put(static_cast<char>(kGapToPage));
+        put_marks(kGap, row.code);
+        put_text(row.text);
+        last = &row.text;
+        last_until = ++at;
+    }
+    put_marks(kRepeat, last_until);
+    put_text(otherwise);
+}
+
+template <const auto &kRows>
+consteval auto mark_texts()
+{
+    static_assert(no_text_begins_with_a_mark<kRows>());
+    constexpr size_t kSize = [] {
+        size_t size = 0;
+        put_marked<kRows>([&](char) { ++size; });
+        return size;
+    }();
+    std::array<char, kSize> marked{};
+    size_t size = 0;
+    put_marked<kRows>([&](char c) { marked[size++] = c; });
+    return marked;
+}
+template <const auto &kRows>
+inline constexpr auto kMarked = mark_texts<kRows>();
+
+// The walk may begin further on, at a place whose code is known.
+template <const auto &kRows>
+constexpr const char *walk_to(unsigned code, size_t offset = 0, unsigned at = 0)
+{
+    constexpr auto &kList = kMarked<kRows>;
+    return walk(&kList[offset], at, &kList[kList.size() - std::end(kRows)[-1].text.size], code);
 }
 
 } // namespace vn::scsi
