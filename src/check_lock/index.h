@@ -4,8 +4,8 @@
 //                 |       |
 //                 A -> C  B
 //
-// Records need a `uint64_t key` and a `Record *chain`; linking one allocates nothing, so it cannot
-// fail. When doubling the buckets fails, the chains just grow longer.
+// Records are Entries with something behind them; linking one allocates nothing, so it cannot fail.
+// When doubling the buckets fails, the chains just grow longer.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,11 @@
 
 namespace vn::check_lock {
 
-template <typename Record>
+struct Entry {
+    uint64_t key;
+    Entry *chain;
+};
+
 class Index {
 public:
     constexpr Index() = default;
@@ -23,87 +27,87 @@ public:
     Index &operator=(const Index &) = delete;
 
     // Null when there is none.
-    [[nodiscard]] Record *find(uint64_t key) { return *link_to(key); }
+    [[nodiscard]] Entry *find(uint64_t key) { return *link_to(key); }
 
-    void add(Record &record)
+    void add(Entry &entry)
     {
         if (count_ >= size() / 2) grow();
-        link(record);
+        link(entry);
         ++count_;
     }
 
     // As find(), but the record is no longer in the index afterwards.
-    Record *take(uint64_t key)
+    Entry *take(uint64_t key)
     {
-        Record **const place = link_to(key);
-        Record *const record = *place;
-        if (record == nullptr) return nullptr;
-        *place = record->chain;
+        Entry **const place = link_to(key);
+        Entry *const entry = *place;
+        if (entry == nullptr) return nullptr;
+        *place = entry->chain;
         --count_;
-        return record;
+        return entry;
     }
 
-    // Hands every record to `release` and is empty, without memory of its own, afterwards.
-    template <typename Release>
-    void clear(Release release)
+    // Gives every record back to the C library, and the memory of the index itself.
+    void clear()
     {
         for (size_t i = 0; i < size(); ++i)
-            while (Record *const record = buckets()[i]) {
-                buckets()[i] = record->chain;
-                release(*record);
+            while (Entry *const entry = buckets()[i]) {
+                buckets()[i] = entry->chain;
+                free(entry);
             }
         free(grown_);
         grown_ = nullptr;
-        bits_ = kFewBits;
+        doublings_ = 0;
         count_ = 0;
     }
 
 private:
     static constexpr unsigned kFewBits = 6;
 
-    [[nodiscard]] size_t size() const { return size_t{1} << bits_; }
-    [[nodiscard]] Record **buckets() { return grown_ != nullptr ? grown_ : few_; }
+    [[nodiscard]] size_t size() const { return size_t{1} << (kFewBits + doublings_); }
+    [[nodiscard]] Entry **buckets() { return grown_ != nullptr ? grown_ : few_; }
 
     // Multiplicative hashing (Knuth 3, section 6.4): the high bits of a product with 2^64 / phi.
-    [[nodiscard]] Record *&bucket_of(uint64_t key)
+    [[nodiscard]] Entry *&bucket_of(uint64_t key)
     {
-        return buckets()[static_cast<size_t>(key * 0x9E37'79B9'7F4A'7C15u >> (64 - bits_))];
+        const uint64_t product = key * 0x9E37'79B9'7F4A'7C15u;
+        return buckets()[static_cast<size_t>(product >> (64 - kFewBits - doublings_))];
     }
 
     // The link that holds the record with this key, or the null that ends its chain.
-    [[nodiscard]] Record **link_to(uint64_t key)
+    [[nodiscard]] Entry **link_to(uint64_t key)
     {
-        Record **place = &bucket_of(key);
+        Entry **place = &bucket_of(key);
         while (*place != nullptr && (*place)->key != key) place = &(*place)->chain;
         return place;
     }
 
-    void link(Record &record)
+    void link(Entry &entry)
     {
-        Record *&bucket = bucket_of(record.key);
-        record.chain = bucket;
-        bucket = &record;
+        Entry *&bucket = bucket_of(entry.key);
+        entry.chain = bucket;
+        bucket = &entry;
     }
 
-    void grow()
+    [[gnu::noinline]] void grow()
     {
-        auto **const wider = static_cast<Record **>(calloc(size() * 2, sizeof(Record *)));
+        auto **const wider = static_cast<Entry **>(calloc(size() * 2, sizeof(Entry *)));
         if (wider == nullptr) return;
-        Record **const old = buckets();
-        Record **const released = std::exchange(grown_, wider);
+        Entry **const old = buckets();
+        Entry **const released = std::exchange(grown_, wider);
         const size_t old_size = size();
-        ++bits_;
+        ++doublings_;
         for (size_t i = 0; i < old_size; ++i)
-            while (Record *const record = old[i]) {
-                old[i] = record->chain;
-                link(*record);
+            while (Entry *const entry = old[i]) {
+                old[i] = entry->chain;
+                link(*entry);
             }
         free(released);
     }
 
-    Record *few_[size_t{1} << kFewBits] = {};
-    Record **grown_ = nullptr;
-    unsigned bits_ = kFewBits;
+    Entry *few_[size_t{1} << kFewBits] = {};
+    Entry **grown_ = nullptr;
+    unsigned doublings_ = 0; // a zero, as all of a new index: it takes no space in the file
     size_t count_ = 0;
 };
 

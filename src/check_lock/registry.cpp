@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -26,21 +27,17 @@
 namespace vn::check_lock {
 namespace {
 
-struct Site { // in one block with its copy of the file name
-    uint64_t key = 0;
-    Site *chain = nullptr;
-    Site *next = nullptr, *prev = nullptr; // in the order in which the table is printed
-    size_t line = 0;
-    uint32_t tag = 0; // kept for whoever looks at the registry in a debugger
-    size_t count = 0;
+struct Site : Entry {  // in one block with its copy of the file name
+    Site *next, *prev; // in the order in which the table is printed
+    size_t line;
+    uint32_t tag; // kept for whoever looks at the registry in a debugger
+    size_t count;
 
     [[nodiscard]] char *file() { return reinterpret_cast<char *>(this + 1); }
 };
 
-struct Reference {
-    uint64_t key = 0; // the identity of the lock
-    Reference *chain = nullptr;
-    Site *site = nullptr;
+struct Reference : Entry { // its key is the identity of the lock
+    Site *site;
 };
 
 uint64_t identity(const void *lock)
@@ -48,22 +45,24 @@ uint64_t identity(const void *lock)
     return reinterpret_cast<uintptr_t>(lock);
 }
 
-// A number's digits, as text; printf would cost more than all the rest of an add.
-class Digits {
+// ":" and the digits of a line; printf would cost more than all the rest of an add.
+class LineText {
 public:
-    explicit Digits(size_t value)
+    explicit LineText(size_t line)
     {
-        do *--text_ = static_cast<char>('0' + value % 10);
-        while ((value /= 10) != 0);
+        *text_ = '\0';
+        do *--text_ = static_cast<char>('0' + line % 10);
+        while ((line /= 10) != 0);
+        *--text_ = ':';
     }
-    Digits(const Digits &) = delete; // text_ points into itself
-    Digits &operator=(const Digits &) = delete;
+    LineText(const LineText &) = delete; // text_ points into itself
+    LineText &operator=(const LineText &) = delete;
 
-    [[nodiscard]] const char *text() const { return text_; }
+    [[nodiscard]] const char *get() const { return text_; }
 
 private:
-    char bytes_[21] = {}; // 2^64 - 1 has 20 digits
-    char *text_ = bytes_ + sizeof bytes_ - 1;
+    char bytes_[22]; // 2^64 - 1 has 20 digits
+    char *text_ = std::end(bytes_) - 1;
 };
 
 // Puts the text "file:line" on the tracker's record for a moment, as every text we make. Nobody
@@ -79,9 +78,8 @@ bool show_to_tracker(const char *file, size_t line)
 // The key of "file:line".
 uint64_t site_key(const char *file, size_t line)
 {
-    uint64_t key = fnv1a::add_text(fnv1a::kBasis<uint64_t>, file);
-    key = fnv1a::add<uint64_t>(key, ':');
-    return fnv1a::add_text(key, Digits(line).text());
+    const uint64_t key = fnv1a::add_text(fnv1a::kBasis<uint64_t>, file);
+    return fnv1a::add_text(key, LineText(line).get());
 }
 
 class Registry {
@@ -122,18 +120,18 @@ private:
     std::atomic<bool> running_ = false;
     Mutex mutex_;
     Site *newest_ VN_GUARDED_BY(mutex_) = nullptr;
-    Index<Site> sites_ VN_GUARDED_BY(mutex_);
-    Index<Reference> references_ VN_GUARDED_BY(mutex_);
+    Index sites_ VN_GUARDED_BY(mutex_);
+    Index references_ VN_GUARDED_BY(mutex_);
     Reference *spare_ VN_GUARDED_BY(mutex_) = nullptr; // the last one removed: most locks are short
 };
 
 Site *Registry::find_or_make(uint64_t key, const char *file, size_t line, uint32_t tag)
 {
-    if (Site *const known = sites_.find(key)) return known;
+    if (Entry *const known = sites_.find(key)) return static_cast<Site *>(known);
     const size_t name_size = strlen(file) + 1;
     void *const memory = malloc(sizeof(Site) + name_size);
     if (memory == nullptr) return nullptr;
-    auto *const site = new (memory) Site{.key = key, .next = newest_, .line = line, .tag = tag};
+    auto *const site = new (memory) Site{{key, nullptr}, newest_, nullptr, line, tag, 0};
     memcpy(site->file(), file, name_size);
     if (newest_ != nullptr) newest_->prev = site;
     newest_ = site;
@@ -146,8 +144,7 @@ bool Registry::record(uint64_t lock, Site &site)
     void *const memory =
         spare_ != nullptr ? std::exchange(spare_, nullptr) : malloc(sizeof(Reference));
     if (memory == nullptr) return false;
-    auto *const reference = new (memory) Reference{.key = lock, .site = &site};
-    references_.add(*reference);
+    references_.add(*new (memory) Reference{{lock, nullptr}, &site});
     return true;
 }
 
@@ -170,7 +167,7 @@ bool Registry::add(const char *file, size_t line, uint64_t lock, uint32_t tag)
     if (site == nullptr) return false;
     const size_t count = ++site->count; // also for a lock that is held: each attempt shows
     if (references_.find(lock) != nullptr) {
-        printf("Multiple references found %s:%zu\n", file, line);
+        fprintf(stdout, "Multiple references found %s:%zu\n", file, line);
         return false;
     }
     if (!record(lock, *site)) {
@@ -185,26 +182,27 @@ void Registry::remove(uint64_t lock)
     {
         const MutexLock hold(mutex_);
         if (!running()) return;
-        if (Reference *const reference = references_.take(lock)) {
+        if (Entry *const entry = references_.take(lock)) {
+            auto *const reference = static_cast<Reference *>(entry);
             count_one_less(*reference->site);
             free(std::exchange(spare_, reference));
             return;
         }
     }
-    puts("Could not find reference to remove");
+    fputs("Could not find reference to remove\n", stdout);
 }
 
 void Registry::dump()
 {
     const MutexLock hold(mutex_);
     for (Site *site = newest_; site != nullptr; site = site->next)
-        printf("%s:%zu count=%zu\n", site->file(), site->line, site->count);
+        fprintf(stdout, "%s:%zu count=%zu\n", site->file(), site->line, site->count);
 }
 
 void Registry::clear()
 {
-    references_.clear([](Reference &reference) { free(&reference); });
-    sites_.clear([](Site &site) { free(&site); });
+    references_.clear();
+    sites_.clear();
     free(std::exchange(spare_, nullptr));
     newest_ = nullptr;
 }
