@@ -31,14 +31,6 @@ uint32_t hash_tag(const char *tag) // FNV-1a
 
 } // namespace
 
-Registry::Registry() : walk_(sites_)
-{
-    // A damaged marker ends the process with the lock held, so that no other thread works on with
-    // damaged memory; what the program does on exit may release blocks and must not lock itself
-    // out.
-    mutex_.make_recursive();
-}
-
 Owned<Site> Registry::spare_site()
 {
     Site *const kept = spare_site_.exchange(nullptr);
@@ -148,7 +140,10 @@ void Registry::examine(const Block &block)
     if (block.kind != Kind::kGuarded || block.lifted) return;
     const uint32_t pre = read_marker(block.raw);
     const uint32_t post = read_marker(block.post());
+    // The process ends with the registry locked, so that no other thread works on with damaged
+    // memory; what the program does on exit may release blocks and must not lock itself out.
     const auto die = [&](const char *which, uint32_t word) {
+        mutex_.keep();
         last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag, static_cast<int>(block.line),
                    static_cast<size_t>(static_cast<uint32_t>(block.size)), which, word);
     };

@@ -25,7 +25,7 @@ namespace vn::memcheck {
 
 class Registry {
 public:
-    Registry();
+    Registry() : walk_(sites_) {}
     Registry(const Registry &) = delete;
     Registry &operator=(const Registry &) = delete;
 

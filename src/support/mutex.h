@@ -16,7 +16,6 @@
 #define VN_PT_GUARDED_BY(mutex) VN_THREAD_ANNOTATION(pt_guarded_by(mutex))
 #define VN_REQUIRES(...) VN_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define VN_ACQUIRE(...) VN_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
-#define VN_TRY_ACQUIRE(...) VN_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define VN_RELEASE(...) VN_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define VN_RETURN_CAPABILITY(mutex) VN_THREAD_ANNOTATION(lock_returned(mutex))
 #define VN_EXCLUDES(...) VN_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
@@ -35,21 +34,8 @@ public:
     Mutex &operator=(const Mutex &) = delete;
 
     void lock() VN_ACQUIRE() { pthread_mutex_lock(&native_); }
-    bool try_lock() VN_TRY_ACQUIRE(true) { return pthread_mutex_trylock(&native_) == 0; }
     void unlock() VN_RELEASE() { pthread_mutex_unlock(&native_); }
     void destroy() { pthread_mutex_destroy(&native_); }
-
-    // Sets the mutex up anew, unlocked: before its first use, or in the child after a fork.
-    void make_plain() { pthread_mutex_init(&native_, nullptr); }
-    void make_recursive()
-    {
-        pthread_mutexattr_t recursive;
-        pthread_mutexattr_init(&recursive);
-        pthread_mutexattr_settype(&recursive, PTHREAD_MUTEX_RECURSIVE);
-        pthread_mutex_init(&native_, &recursive);
-        pthread_mutexattr_destroy(&recursive);
-    }
-    pthread_mutex_t *native() { return &native_; }
 
 private:
     pthread_mutex_t native_ = PTHREAD_MUTEX_INITIALIZER;
