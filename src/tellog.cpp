@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,10 +25,12 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "support/bytes.h"
 #include "support/errno_guard.h"
 #include "support/fd.h"
 #include "support/mutex.h"
 #include "support/not_cancelled.h"
+#include "support/quiet_thread.h"
 #include "vnlib/log.h"
 
 namespace vn::tellog {
@@ -108,7 +109,9 @@ private:
     {
         shown_ = now;
         length_ = 0;
-        tzset(); // as ctime does, and the reentrant form does not
+#ifdef __GLIBC__
+        tzset(); // as ctime does, and its reentrant form does not
+#endif
         if (ctime_r(&now, text_) == nullptr) return;
         length_ = strlen(text_);
         text_[length_ - 1] = ' ';
@@ -127,26 +130,15 @@ int listen_on(unsigned port)
     Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int on = 1;
     ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address{};
+    sockaddr_in address{}; // of all interfaces
+    static_assert(INADDR_ANY == 0);
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<uint16_t>(port));
+    bytes::store_big(reinterpret_cast<uint8_t *>(&address.sin_port), static_cast<uint16_t>(port));
     if (!fd.valid() ||
         ::bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
         ::listen(fd.get(), kBacklog) != 0)
         return -1;
     return fd.release();
-}
-
-// The application's signals are for its own threads.
-int create_thread(pthread_t *thread, void *(*body)(void *), void *argument)
-{
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    const int result = pthread_create(thread, nullptr, body, argument);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return result;
 }
 
 } // namespace
@@ -193,7 +185,7 @@ bool vn_tellog::start(unsigned port)
         const vn::MutexLock hold(mutex_);
         clock_.forget();
     }
-    if (create_thread(&server_, serve, this) == 0) return true;
+    if (vn::create_quiet_thread(&server_, serve, this) == 0) return true;
     running_ = false;
     const vn::Fd closed(listener_);
     return false;

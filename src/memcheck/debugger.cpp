@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "memcheck/screen.h"
-#include "memcheck/signals.h"
+#include "support/quiet_thread.h"
 
 namespace vn::memcheck {
 
@@ -46,10 +46,9 @@ void refresh_panel(Context &context)
 void *check_until_stopped(void *argument)
 {
     Context &context = *static_cast<Context *>(argument);
-    write_out("\x1b[2J");
-    write_out("\x1b[H");
-    show_line(0, {});
-    sem_post(&context.screen_is_clear);
+    {
+        const MutexLock until_the_screen_is_clear(context.drawing);
+    }
     unsigned passes = 0;
     while (context.running.load(std::memory_order_acquire)) {
         context.registry.check_all();
@@ -64,14 +63,13 @@ void *check_until_stopped(void *argument)
 
 void start_checker(Context &context)
 {
-    const AsynchronousSignalsBlocked inherited;
-    const MutexLock hold(context.drawing);
-    const int error = pthread_create(&context.checker, nullptr, check_until_stopped, &context);
+    const MutexLock hold(context.drawing); // the checker waits for it, and so for a clear screen
+    const int error = create_quiet_thread(&context.checker, check_until_stopped, &context);
     context.has_checker = error == 0;
     if (error == 0) {
-        // What the program shows from now on is not to be wiped out by a checker that starts late.
-        while (sem_wait(&context.screen_is_clear) != 0) {
-        }
+        write_out("\x1b[2J");
+        write_out("\x1b[H");
+        show_line(0, {});
         return;
     }
     // Blocks are tracked all the same, with nobody to check them: callers rely on the start.
@@ -82,9 +80,8 @@ void start_checker(Context &context)
 }
 
 // --- fork ------------------------------------------------------------------------------------
-// The child has no checker, and must not inherit a lock that the checker held. It could not unlock
-// what its parent locked either, as the registry's lock knows its owner: it starts with fresh ones.
-// Locked by the first of the three functions, unlocked by the other two.
+// The child has no checker, and must not inherit a lock that the checker held. So the thread that
+// forks takes all of them first, and both parent and child give them back.
 
 constinit std::atomic<bool> fork_is_handled = false;
 constinit Context *held_for_fork = nullptr; // written under fork's own lock
@@ -112,10 +109,8 @@ void after_fork_in_child() VN_NO_THREAD_ANALYSIS
 {
     if (held_for_fork == nullptr) return;
     held_for_fork->has_checker = false;
-    unlock_screen_after_fork();
-    held_for_fork->registry.mutex().make_recursive();
-    held_for_fork->pane.mutex().make_plain();
-    held_for_fork->drawing.make_plain();
+    held_for_fork->registry.mutex().forget_waiting();
+    after_fork_in_parent();
 }
 
 } // namespace
@@ -154,8 +149,7 @@ bool stop()
     }
     context->drawing.unlock();
     // Stopping may be part of what the program does on exit, and the exit the checker's own.
-    if (first && has_checker && pthread_equal(checker, pthread_self()) == 0)
-        pthread_join(checker, nullptr);
+    if (first && has_checker && checker != pthread_self()) pthread_join(checker, nullptr);
     return first;
 }
 

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
-#include <semaphore.h>
 
 #include "memcheck/pane.h"
 #include "memcheck/registry.h"
@@ -18,12 +17,9 @@
 namespace vn::memcheck {
 
 struct Context {
-    Context() { sem_init(&screen_is_clear, 0, 0); }
-
     std::atomic<bool> running = true; // until it is stopped, also when another has replaced it
     Registry registry;
     Pane pane;
-    sem_t screen_is_clear;
     Mutex drawing; // who has it draws the panel; nobody may after the stop has
     pthread_t checker VN_GUARDED_BY(drawing){};
     bool has_checker VN_GUARDED_BY(drawing) = false;
