@@ -7,7 +7,6 @@
 // order is read. Dumps are meant to be short: the last line of a long one is left out, see show().
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
@@ -21,118 +20,99 @@ namespace {
 // Where a line is put together. It never overflows: what does not fit is cut.
 class Line {
 public:
-    explicit Line(unsigned width)
+    explicit Line(size_t width)
     {
-        const uint64_t wanted = kOffsetField + uint64_t{kColumnsPerByte} * width + 3;
-        if (wanted <= sizeof local_) return;
-        const auto size = static_cast<size_t>(std::min<uint64_t>(wanted, kLongest));
+        if (width <= kColumnsInPlace) return;
+        const size_t wanted = kFixedColumns + kColumnsPerByte * std::min(width, kLongest);
+        const size_t size = std::min(wanted, kLongest);
         heap_ = static_cast<char *>(malloc(size));
-        if (heap_ != nullptr) capacity_ = size;
+        if (heap_ == nullptr) return;
+        text_ = heap_;
+        room_ = size - 1;
     }
     ~Line() { free(heap_); }
     Line(const Line &) = delete;
     Line &operator=(const Line &) = delete;
 
-    void start(size_t offset)
+    [[gnu::noinline]] void put(char c)
     {
-        length_ = static_cast<size_t>(snprintf(text(), capacity_, "%.4zx: ", offset));
+        if (length_ < room_) text_[length_++] = c;
     }
-    void put(char c)
+    [[gnu::noinline]] void put_hex(size_t number, unsigned digits)
     {
-        if (length_ + 1 < capacity_) text()[length_++] = c;
+        while (digits < 2 * sizeof number && number >> 4 * digits != 0) ++digits;
+        while (digits-- > 0) put("0123456789abcdef"[number >> 4 * digits & 0xF]);
     }
-    void put_blanks(uint64_t count)
-    {
-        const size_t room = capacity_ - 1 - length_;
-        const auto fitting = static_cast<size_t>(std::min<uint64_t>(count, room));
-        memset(text() + length_, ' ', fitting);
-        length_ += fitting;
-    }
-    void put_hex(unsigned char byte)
-    {
-        put("0123456789abcdef"[byte >> 4]);
-        put("0123456789abcdef"[byte & 0xF]);
-        put(' ');
-    }
+    // Of what was put so far. The next line starts afresh.
     const char *finish()
     {
-        text()[length_] = '\0';
-        return text();
+        text_[length_] = '\0';
+        length_ = 0;
+        return text_;
     }
 
-private:
-    static constexpr size_t kOffsetField = 2 * sizeof(size_t) + 2;
-    static constexpr size_t kColumnsPerByte = 4; // two digits, a blank, a character
     static constexpr size_t kLongest = size_t{1} << 20;
 
-    char *text() { return heap_ != nullptr ? heap_ : local_; }
+private:
+    static constexpr size_t kInPlace = 256;
+    static constexpr size_t kFixedColumns = 2 * sizeof(size_t) + 2 + 3; // offset, blanks, the NUL
+    static constexpr size_t kColumnsPerByte = 4; // two digits, a blank, a character
+    static constexpr size_t kColumnsInPlace = (kInPlace - kFixedColumns) / kColumnsPerByte;
 
     char *heap_ = nullptr;
-    size_t capacity_ = sizeof local_;
+    char *text_ = in_place_;
+    size_t room_ = kInPlace - 1;
     size_t length_ = 0;
-    char local_[256];
+    char in_place_[kInPlace];
 };
 
-class Dump {
-public:
-    Dump(int level, std::span<const unsigned char> data, unsigned width, bool flipped)
-        : level_(level), data_(data), width_(width), flipped_(flipped), line_(width)
-    {
-    }
-    void show();
-
-private:
-    [[nodiscard]] std::span<const unsigned char> bytes_at(size_t offset) const
-    {
-        return data_.subspan(offset, std::min<size_t>(width_, data_.size() - offset));
-    }
-    void put_hex_column(std::span<const unsigned char> bytes);
-    void put_characters(std::span<const unsigned char> bytes);
-    [[nodiscard]] unsigned char shown_at(std::span<const unsigned char> bytes, size_t column) const
-    {
-        return flipped_ ? bytes[bytes.size() - 1 - column] : bytes[column];
-    }
-
-    int level_;
-    std::span<const unsigned char> data_;
-    unsigned width_;
-    bool flipped_;
-    Line line_;
+struct Style {
+    int level;
+    size_t width;
+    bool flipped;
 };
 
-void Dump::put_hex_column(std::span<const unsigned char> bytes)
+// Columns without a byte are blank. Flipped, they come first: their positions are the last.
+void put_hex_column(Line &line, const Style &style, std::span<const unsigned char> bytes)
 {
-    const uint64_t missing = uint64_t{3} * (width_ - bytes.size());
-    if (flipped_) line_.put_blanks(missing); // their positions are the last, so they come first
-    for (size_t i = 0; i < bytes.size(); ++i) line_.put_hex(shown_at(bytes, i));
-    if (!flipped_) line_.put_blanks(missing);
+    for (size_t column = 0; column < std::min(style.width, Line::kLongest); ++column) {
+        const size_t at = style.flipped ? style.width - 1 - column : column;
+        if (at < bytes.size()) {
+            line.put_hex(bytes[at], 2);
+        } else {
+            line.put(' ');
+            line.put(' ');
+        }
+        line.put(' ');
+    }
 }
 
-void Dump::put_characters(std::span<const unsigned char> bytes)
+void put_characters(Line &line, const Style &style, std::span<const unsigned char> bytes)
 {
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const unsigned char byte = shown_at(bytes, i);
-        line_.put(isprint(byte) != 0 ? static_cast<char>(byte) : '.');
-        if (i == 7) line_.put(' ');
+    for (size_t column = 0; column < bytes.size(); ++column) {
+        const unsigned char byte = bytes[style.flipped ? bytes.size() - 1 - column : column];
+        line.put(isprint(byte) != 0 ? static_cast<char>(byte) : '.');
+        if (column == 7) line.put(' ');
     }
 }
 
 // Ends one line early when there is more than one: the bytes of the line just shown are counted
 // once more. Logs are full of such dumps and what reads them relies on their length.
-void Dump::show()
+void dump(const Style &style, std::span<const unsigned char> data)
 {
-    size_t offset = 0;
-    uint64_t counted = 0;
-    do {
-        const std::span<const unsigned char> bytes = bytes_at(offset);
-        line_.start(offset);
-        put_hex_column(bytes);
-        line_.put(' ');
-        put_characters(bytes);
-        __vn_log(level_, "%s", line_.finish());
-        counted = uint64_t{offset} + width_ + bytes.size();
-        offset += width_;
-    } while (width_ != 0 && counted < data_.size());
+    Line line(style.width);
+    for (size_t offset = 0;; offset += style.width) {
+        const auto rest = data.subspan(offset);
+        const auto bytes = rest.first(std::min(style.width, rest.size()));
+        line.put_hex(offset, 4);
+        line.put(':');
+        line.put(' ');
+        put_hex_column(line, style, bytes);
+        line.put(' ');
+        put_characters(line, style, bytes);
+        __vn_log(style.level, "%s", line.finish());
+        if (style.width == 0 || rest.size() - bytes.size() <= style.width) return;
+    }
 }
 
 } // namespace
@@ -144,6 +124,5 @@ extern "C" void __vn_loghex_line(int level, const unsigned char *data, size_t le
     if (level == vn::log::kSilent) return;
     __vn_log(level, "**%s****************************************",
              flip != 0 ? "Endian Flipped" : "Hex Dump******");
-    if (length != 0 && data != nullptr)
-        vn::log::Dump(level, {data, length}, width, flip != 0).show();
+    if (length != 0 && data != nullptr) vn::log::dump({level, width, flip != 0}, {data, length});
 }

@@ -37,8 +37,8 @@ constinit State state;
 
 static_assert(LOG_PERROR == 0x20, "callers pass the bit as a number");
 
-constexpr const char *kNames[] = {"EMERG", "ALERT", "CRITL", "ERROR", "WARNG",
-                                  "NOTIC", "INFOR", "DEBUG", "TELNT"};
+constexpr char kNames[][sizeof "LEVEL"] = {"EMERG", "ALERT", "CRITL", "ERROR", "WARNG",
+                                           "NOTIC", "INFOR", "DEBUG", "TELNT"};
 
 // The stream is locked so that the three pieces stay one line among threads. The time is UTC: the
 // lines of appliances all over the world are compared with each other.
