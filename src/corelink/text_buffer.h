@@ -13,7 +13,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "corelink/decimal.h"
 #include "support/small.h"
 
 namespace vn::corelink {
@@ -27,23 +26,46 @@ struct Site {
 // Whatever appends to a growing string charges the string to this place.
 inline constexpr Site kAppendSite{"vn_vaasprintf", 43};
 
-// What stands for a character in a text; an empty result means the character itself.
-constexpr std::string_view escape_quote(char c)
-{
-    return c == '"' ? "\\\"" : std::string_view{};
-}
-
-constexpr std::string_view escape_xml(char c)
-{
-    switch (c) {
-    case '<': return "&lt;";
-    case '>': return "&gt;";
-    case '&': return "&amp;";
-    case '"': return "&quot;";
-    case '\'': return "&apos;";
-    default: return {};
+// What stands for some characters in a text: each character, what is written for it, and a NUL.
+class Escapes {
+public:
+    template <size_t kSize>
+    constexpr explicit Escapes(const char (&list)[kSize])
+    {
+        for (size_t i = 0; i < kSize; ++i) list_[i] = list[i];
+        for (size_t c = 1; c < plain_.size(); ++c) plain_[c] = *of(static_cast<char>(c)) == '\0';
     }
-}
+
+    // What stands for a character; an empty text for one that stands for itself.
+    [[nodiscard]] constexpr const char *of(char c) const
+    {
+        const char *entry = list_;
+        while (*entry != '\0' && *entry != c) {
+            while (*entry != '\0') ++entry;
+            ++entry;
+        }
+        return *entry != '\0' ? entry + 1 : entry;
+    }
+
+    // How many characters at the beginning of a text stand for themselves.
+    [[nodiscard]] size_t plain_length(const char *text) const
+    {
+        const char *end = text;
+        if constexpr (kSmall)
+            while (*end != '\0' && *of(*end) == '\0') ++end;
+        else
+            while (plain_[static_cast<unsigned char>(*end)]) ++end;
+        return static_cast<size_t>(end - text);
+    }
+
+private:
+    char list_[36]{}; // room for the longer of the two
+    std::array<bool, kSmall ? 0 : 256>
+        plain_{}; // not the NUL: a run of plain characters ends there
+};
+
+inline constexpr Escapes kQuoteEscapes("\"\\\"\0");
+inline constexpr Escapes kXmlEscapes("<&lt;\0>&gt;\0&&amp;\0\"&quot;\0'&apos;\0");
 
 class TextBuffer {
 public:
@@ -65,9 +87,7 @@ public:
         if (place != nullptr) std::memset(place, c, count);
         return *this;
     }
-    TextBuffer &put_number(uint64_t value) { return put(Decimal(value).text()); }
-    template <std::string_view (*kEscape)(char)>
-    TextBuffer &put_escaped(const char *text);
+    TextBuffer &put_escaped(const char *text, const Escapes &escapes);
 
     [[nodiscard]] bool ok() const { return ok_; }
     TextBuffer &fail()
@@ -101,30 +121,14 @@ private:
     bool ok_ = true;
 };
 
-// Whether a character stands for itself. The NUL does not: a run of plain characters ends there.
-template <std::string_view (*kEscape)(char)>
-inline constexpr auto kIsPlain = [] {
-    std::array<bool, 256> plain{};
-    for (unsigned c = 1; c < plain.size(); ++c) plain[c] = kEscape(static_cast<char>(c)).empty();
-    return plain;
-}();
-template <std::string_view (*kEscape)(char)>
-bool is_plain(char c)
-{
-    if constexpr (kSmall) return c != '\0' && kEscape(c).empty();
-    return kIsPlain<kEscape>[static_cast<unsigned char>(c)];
-}
-
-template <std::string_view (*kEscape)(char)>
-TextBuffer &TextBuffer::put_escaped(const char *text)
+inline TextBuffer &TextBuffer::put_escaped(const char *text, const Escapes &escapes)
 {
     for (;;) {
-        const char *end = text;
-        while (is_plain<kEscape>(*end)) ++end;
-        put({text, static_cast<size_t>(end - text)});
-        if (*end == '\0') return *this;
-        put(kEscape(*end));
-        text = end + 1;
+        const size_t length = escapes.plain_length(text);
+        put({text, length});
+        text += length;
+        if (*text == '\0') return *this;
+        put(escapes.of(*text++));
     }
 }
 
