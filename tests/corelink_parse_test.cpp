@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "support/capture.h"
+#include "support/corelink_reader.h"
 #include "support/corelink_shape.h"
 #include "vnlib/memcheck.h"
 
@@ -82,6 +83,76 @@ std::string numbered(const char *before, size_t count, const char *after)
         text += (i ? "," : "") + (before + std::to_string(i)) + after;
     return text;
 }
+
+// A random text as its tokens: a valid one first, in half of the cases changed afterwards.
+class RandomTokens {
+public:
+    explicit RandomTokens(unsigned seed) : random_(seed) {}
+
+    std::vector<std::string> next()
+    {
+        tokens_.clear();
+        members(0);
+        if (below(2) == 0) spoil(tokens_[below(tokens_.size())]);
+        std::erase(tokens_, "");
+        return tokens_;
+    }
+
+private:
+    size_t below(size_t limit) { return random_() % limit; }
+    template <size_t Size>
+    void put(const char *const (&choice)[Size])
+    {
+        tokens_.emplace_back(choice[below(Size)]);
+    }
+    void put(const char *token) { tokens_.emplace_back(token); }
+
+    void members(size_t depth)
+    {
+        for (size_t left = 1 + below(5); left > 0; --left) {
+            put(kNames);
+            while (below(3) == 0) {
+                put(".");
+                put(kNames);
+            }
+            if (below(4) != 0) {
+                put("=");
+                value(depth);
+            }
+            if (left > 1) put(",");
+        }
+    }
+    void value(size_t depth)
+    {
+        const size_t kind = depth < 4 ? below(5) : 4;
+        if (kind == 0) {
+            put("{");
+            members(depth + 1);
+            put("}");
+        } else if (kind == 1) {
+            put("[");
+            for (size_t left = 1 + below(3); left > 0; --left) {
+                value(depth + 1);
+                if (left > 1) put(",");
+            }
+            put("]");
+        } else {
+            put(kValues);
+        }
+    }
+    void spoil(std::string &token)
+    {
+        static constexpr const char *kWrong[] = {"",  ",",  ".", "=",    "{",     "}", "[",
+                                                 "]", "ab", "7", "true", "\"s\"", "-", "x"};
+        token = kWrong[below(std::size(kWrong))];
+    }
+
+    static constexpr const char *kNames[] = {"ab", "cd", "ef"};
+    static constexpr const char *kValues[] = {"1", "\"text\"", "true", "false"};
+
+    std::mt19937 random_;
+    std::vector<std::string> tokens_;
+};
 
 } // namespace
 
@@ -350,6 +421,28 @@ TEST(CorelinkRefuses, NothingThatFitsTheParsersStack)
         const Tree tree = parse(text);
         EXPECT_NE(tree, nullptr);
     }
+}
+
+// Valid or not: the tree, or the container that the complaint names, is what a plain recursive
+// reader of the same tokens finds.
+TEST(CorelinkHostile, RandomTextsAreReadAsAPlainReaderReadsThem)
+{
+    RandomTokens random(5);
+    int refused = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const std::vector<std::string> tokens = random.next();
+        std::string text;
+        for (const std::string &token : tokens) text += token + " ";
+        const test::CorelinkReader plain(tokens);
+        if (plain.refused()) {
+            ++refused;
+            ASSERT_EQ(complaint_about(text), failed(plain.refused_in().c_str())) << text;
+        } else {
+            ASSERT_EQ(tree_of(text), plain.shape()) << text;
+        }
+    }
+    EXPECT_GT(refused, 500);
+    EXPECT_LT(refused, 2500);
 }
 
 TEST(CorelinkHostile, RandomBytesAreTakenOrRefused)
