@@ -445,7 +445,7 @@ TEST(MemcheckFaults, AResizeThatFailsAnywhereChangesNothing)
             if (resized != nullptr) block = static_cast<char *>(resized);
             EXPECT_STREQ(block, "abc");
         });
-        EXPECT_EQ(failures, 2u); // the site and the block
+        EXPECT_EQ(failures, 3u); // the site, its run and the block
         {
             const fault::FailAllocations plan(1);
             EXPECT_EQ(vn_memcheck_realloc(block, 5000, "h", 2), nullptr);
@@ -501,6 +501,7 @@ protected:
     {
         for (size_t i = 0; i < 3; ++i) {
             make_empty(sites[i].blocks);
+            sites[i].run = &runs[i];
             order.add(sites[i]);
             for (size_t extra = 0; extra < i; ++extra) order.raise(sites[i]);
             for (size_t j = 0; j <= i; ++j) link_after(sites[i].blocks, blocks[i][j]);
@@ -519,6 +520,7 @@ protected:
     }
 
     Site sites[3] = {};
+    vn::memcheck::Run runs[3] = {};
     Block blocks[3][3] = {};
     vn::memcheck::SiteOrder order;
     vn::memcheck::Walk walk{order};
@@ -575,7 +577,9 @@ TEST_F(WalkTest, GoesPastTheNextBlockWhenThatLeaves)
 TEST_F(WalkTest, LeavesANewSiteToTheNextPass)
 {
     visit(1);
+    vn::memcheck::Run run{};
     Site fresh{};
+    fresh.run = &run;
     make_empty(fresh.blocks);
     order.add(fresh);
     walk.site_appears(fresh);
@@ -617,7 +621,7 @@ public:
     {
         const size_t to = any(kSites);
         for (unsigned char *const block : std::exchange(blocks_[any(kSites)], {})) {
-            free(registry.remove(block)->raw);
+            free(registry.remove(block)->raw());
             add(to);
         }
     }
@@ -627,11 +631,10 @@ private:
     size_t any(size_t bound) { return random_() % bound; }
     void add(size_t site)
     {
-        auto block = vn::memcheck::new_record<Block>();
-        block->raw = static_cast<unsigned char *>(malloc(8 + 8));
-        block->kind = vn::memcheck::Kind::kGuarded;
+        Owned<Block> block(vn::memcheck::new_record<Block>());
+        block->hold(malloc(8 + 8), vn::memcheck::Kind::kGuarded);
         block->size = 8;
-        vn::memcheck::write_marker(block->raw);
+        vn::memcheck::write_marker(block->raw());
         vn::memcheck::write_marker(block->post());
         blocks_[site].push_back(block->user());
         registry.add(std::move(block), tags_[site].c_str(), registry.spare_site());

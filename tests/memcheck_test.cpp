@@ -775,6 +775,18 @@ TEST(TopPanel, ShowsOneLineForEachTagText)
               "------------------------------------DEBUG------------------------------------");
 }
 
+TEST(TopPanel, TellsTagsWithTheSameHashApart)
+{
+    const Terminal screen = screen_after_stop([] { // equal in 32 bits of FNV-1a
+        alloc(1, "costarring");
+        for (int i = 0; i < 2; ++i) alloc(2, "liquid");
+        for (int i = 0; i < 2; ++i) alloc(3, "costarring");
+    });
+    EXPECT_EQ(screen.line(0), "Count 3         Ave Size:2      :costarring");
+    EXPECT_EQ(screen.line(1), "Count 2         Ave Size:2      :liquid");
+    EXPECT_EQ(screen.line(2), "");
+}
+
 TEST(TopPanel, DropsASiteWithItsLastBlock)
 {
     const Terminal screen = screen_after_stop([] {

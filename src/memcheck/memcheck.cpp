@@ -56,8 +56,7 @@ private:
 
 void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
 {
-    block.kind = Kind::kGuarded;
-    block.raw = static_cast<unsigned char *>(raw);
+    block.hold(raw, Kind::kGuarded);
     block.size = size;
     block.line = line;
     write_marker(block.post());
@@ -105,7 +104,7 @@ void *strike_out(Context &context, const void *ptr, const char *site)
 {
     const Owned<Block> block = context.registry.remove(ptr);
     if (block == nullptr) last_words("Could not find the allocation to free (%s)", printable(site));
-    return block->raw;
+    return block->raw();
 }
 
 VN_OUT_OF_LINE void release_guarded(Context &context, vn_free_fn release, void *ptr,
@@ -130,7 +129,7 @@ VN_OUT_OF_LINE void *resize_guarded(Context &context, void *ptr, size_t size, co
     if (lifted == nullptr)
         last_words("Could not find the allocation to realloc (%s:%u)", printable(site), line);
     Owned<Site> spare_site = context.registry.spare_site();
-    void *const raw = spare_site != nullptr ? resize_raw(lifted->raw, size) : nullptr;
+    void *const raw = spare_site != nullptr ? resize_raw(lifted->raw(), size) : nullptr;
     if (raw == nullptr) {
         context.registry.put_back(*lifted);
         return nullptr;
@@ -149,8 +148,7 @@ VN_OUT_OF_LINE void *allocate_for_device(Context &context, vn_alloc_fn alloc, si
     if (!records.complete()) return nullptr;
     void *const raw = alloc(size);
     if (raw == nullptr) return nullptr;
-    records.block->kind = Kind::kDevice;
-    records.block->raw = static_cast<unsigned char *>(raw);
+    records.block->hold(raw, Kind::kDevice);
     records.block->size = size;
     return record(context, std::move(records.block), std::move(records.spare_site), site);
 }

@@ -12,19 +12,12 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "memcheck/guard.h"
+#include "memcheck/table.h"
 
 namespace vn::memcheck {
-
-// Fibonacci hashing of the bits that differ between blocks, folded so that the low bits, which
-// choose the bucket, depend on all of them.
-inline uint32_t hash_address(const void *address)
-{
-    const auto value = reinterpret_cast<uintptr_t>(address);
-    const auto mixed = static_cast<uint32_t>(value >> 2) * 0x9E3779B1u;
-    return mixed ^ (mixed >> 15);
-}
 
 enum class Kind : uint8_t {
     kDevice = 1,  // for device transfer: exactly the size asked for, no markers
@@ -33,51 +26,73 @@ enum class Kind : uint8_t {
 
 struct Site;
 
-// One exists for every live block: what can be told from the other members is not kept.
-struct Block {
-    unsigned char *raw; // what the allocator returned
+// One exists for every live block: what can be told from the other members is not kept. Its key is
+// the address that the caller was given.
+struct Block : Entry {
     Block *next, *prev; // in the site's list
     Site *site;
-    Block *next_by_user; // in the index by address
-    size_t size;         // what the caller asked for
-    uint32_t line;       // source line of the allocation; 0 for device blocks
+    size_t size;   // what the caller asked for
+    uint32_t line; // source line of the allocation; 0 for device blocks
     Kind kind;
     bool lifted; // in the C library's hands, which resizes it: nobody else may look at it
 
-    // What the caller was given.
-    [[nodiscard]] unsigned char *user() const
+    void hold(void *raw, Kind kind_of_raw)
     {
-        return kind == Kind::kGuarded ? raw + kMarkerSize : raw;
+        kind = kind_of_raw;
+        key = reinterpret_cast<uintptr_t>(raw) + guard_size();
     }
+    // What the caller was given.
+    [[nodiscard]] unsigned char *user() const { return reinterpret_cast<unsigned char *>(key); }
+    // What the allocator returned.
+    [[nodiscard]] unsigned char *raw() const { return user() - guard_size(); }
     // Where the second marker of a guarded block starts.
     [[nodiscard]] unsigned char *post() const { return user() + size; }
-    [[nodiscard]] uint32_t hash() const { return hash_address(user()); }
+
+private:
+    [[nodiscard]] size_t guard_size() const { return kind == Kind::kGuarded ? kMarkerSize : 0; }
 };
 
-struct Site {
+// Sites of equal live count; see SiteOrder.
+struct Run {
+    Site *first, *last;
+    Run *next_unused;
+};
+
+struct Site : Entry {  // its key is the hash of its tag
     Site *next, *prev; // in the list of all sites
+    Run *run;          // in the list: its run; out of it: one that it brings along
     const char *tag;   // the caller's text, not a copy: it outlives the blocks recorded here
-    uint32_t tag_hash;
     int32_t live_count;
     uint32_t live_bytes;
     uint32_t last_pass; // the checker's pass that has visited this site; see Walk
     Block blocks;       // sentinel of the site's blocks
-    Site *run_last;     // see SiteOrder; valid in the first site of a run
-    Site *next_by_tag, *next_by_count;
 };
 
 struct FreeWithLibc {
-    void operator()(void *record) const { free(record); }
+    void operator()(Block *block) const { free(block); }
+    void operator()(Site *site) const
+    {
+        free(site->run);
+        free(site);
+    }
 };
 
 template <typename T>
 using Owned = std::unique_ptr<T, FreeWithLibc>;
 
 template <typename T>
-Owned<T> new_record()
+T *new_record()
 {
     void *const memory = malloc(sizeof(T));
-    return Owned<T>(memory != nullptr ? new (memory) T() : nullptr);
+    return memory != nullptr ? new (memory) T() : nullptr;
+}
+
+inline Owned<Site> new_site()
+{
+    Owned<Site> site(new_record<Site>());
+    if (site == nullptr) return nullptr;
+    site->run = new_record<Run>();
+    return site->run != nullptr ? std::move(site) : nullptr;
 }
 
 } // namespace vn::memcheck

@@ -10,6 +10,7 @@
 #include "memcheck/guard.h"
 #include "memcheck/ring.h"
 #include "memcheck/screen.h"
+#include "support/fnv1a.h"
 
 namespace vn::memcheck {
 
@@ -22,19 +23,12 @@ constexpr unsigned kStepsAtOnce = 512;
 // How far it walks although somebody waits: without them a busy program would never be checked.
 constexpr unsigned kStepsAtLeast = 16;
 
-uint32_t hash_tag(const char *tag) // FNV-1a
-{
-    uint32_t hash = 0x811C9DC5u;
-    for (; *tag != '\0'; ++tag) hash = (hash ^ static_cast<unsigned char>(*tag)) * 0x01000193u;
-    return hash;
-}
-
 } // namespace
 
 Owned<Site> Registry::spare_site()
 {
     Site *const kept = spare_site_.exchange(nullptr);
-    return kept != nullptr ? Owned<Site>(kept) : new_record<Site>();
+    return kept != nullptr ? Owned<Site>(kept) : new_site();
 }
 
 void Registry::keep_spare(Owned<Site> site)
@@ -44,25 +38,23 @@ void Registry::keep_spare(Owned<Site> site)
 
 Block *Registry::find(const void *user)
 {
-    return by_user_.find(hash_address(user),
-                         [&](const Block &block) { return block.user() == user; });
+    return static_cast<Block *>(by_user_.find(reinterpret_cast<uintptr_t>(user)));
 }
 
 Site &Registry::site_of(const char *tag, Owned<Site> spare)
 {
-    const uint32_t hash = hash_tag(tag);
-    Site *const known = by_tag_.find(hash, [&](const Site &site) {
-        return site.tag_hash == hash && strcmp(site.tag, tag) == 0;
-    });
-    if (known != nullptr) {
+    const uintptr_t hash = fnv1a::add_text(fnv1a::kBasis<uint32_t>, tag);
+    for (Entry *entry = by_tag_.find(hash); entry != nullptr; entry = Table::find_next(*entry)) {
+        Site &known = static_cast<Site &>(*entry);
+        if (strcmp(known.tag, tag) != 0) continue;
         keep_spare(std::move(spare));
-        sites_.raise(*known);
-        return *known;
+        sites_.raise(known);
+        return known;
     }
     Site &fresh = *spare.release();
-    fresh = {};
+    fresh.key = hash;
     fresh.tag = tag;
-    fresh.tag_hash = hash;
+    fresh.live_bytes = 0;
     make_empty(fresh.blocks);
     sites_.add(fresh);
     walk_.site_appears(fresh);
@@ -138,7 +130,7 @@ Owned<Block> Registry::remove_lifted(Block &block)
 void Registry::examine(const Block &block)
 {
     if (block.kind != Kind::kGuarded || block.lifted) return;
-    const uint32_t pre = read_marker(block.raw);
+    const uint32_t pre = read_marker(block.raw());
     const uint32_t post = read_marker(block.post());
     // The process ends with the registry locked, so that no other thread works on with damaged
     // memory; what the program does on exit may release blocks and must not lock itself out.

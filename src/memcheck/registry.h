@@ -70,8 +70,8 @@ private:
     PoliteMutex mutex_;
     SiteOrder sites_ VN_GUARDED_BY(mutex_);
     Walk walk_ VN_GUARDED_BY(mutex_);
-    Table<Site, &Site::next_by_tag, &Site::tag_hash> by_tag_ VN_GUARDED_BY(mutex_);
-    Table<Block, &Block::next_by_user, &Block::hash> by_user_ VN_GUARDED_BY(mutex_);
+    Table by_tag_ VN_GUARDED_BY(mutex_);
+    Table by_user_ VN_GUARDED_BY(mutex_);
     std::atomic<Site *> spare_site_ = nullptr;
     std::atomic<int32_t> total_ = 0; // 32 bits, also on processors without wider atomics
 };

@@ -10,65 +10,68 @@ SiteOrder::SiteOrder()
     make_empty(sentinel_);
 }
 
-// There is such a site. Its hash is the count itself: counts are dense, and neighbours get buckets
-// of their own.
-Site &SiteOrder::first_with(int32_t count)
+void SiteOrder::keep_unused(Run &run)
 {
-    return *first_of_run_.find(static_cast<uint32_t>(count),
-                               [&](const Site &site) { return site.live_count == count; });
+    run.next_unused = unused_;
+    unused_ = &run;
 }
 
-void SiteOrder::set_first(Site &site, Site &last)
+Run &SiteOrder::unused_run()
 {
-    site.run_last = &last;
-    first_of_run_.insert(site);
+    Run &run = *unused_;
+    unused_ = run.next_unused;
+    return run;
 }
 
-// The site, already in its place, is the first of its count from now on. If there are others, the
-// first of them follows it.
-void SiteOrder::join_in_front(Site &site)
+// The site, already in its place, becomes this end of its neighbour's run if they are equal, else a
+// run of its own.
+void SiteOrder::join(Site &site, Site &neighbour, Site *Run::*end)
 {
-    Site &next = *site.next;
-    const bool others = next.live_count == site.live_count;
-    if (others) first_of_run_.remove(next);
-    set_first(site, others ? *next.run_last : site);
-}
-
-void SiteOrder::leave_run(Site &site, Site &first)
-{
-    if (&first != &site) {
-        if (first.run_last == &site) first.run_last = site.prev;
-        return;
+    if (neighbour.live_count == site.live_count) {
+        site.run = neighbour.run;
+        site.run->*end = &site;
+    } else {
+        site.run = &unused_run();
+        site.run->first = site.run->last = &site;
     }
-    first_of_run_.remove(site);
-    if (site.run_last != &site) set_first(*site.next, *site.run_last);
+}
+
+void SiteOrder::leave_run(const Site &site)
+{
+    Run &run = *site.run;
+    if (run.first == run.last)
+        keep_unused(run);
+    else if (run.first == &site)
+        run.first = site.next;
+    else if (run.last == &site)
+        run.last = site.prev;
 }
 
 void SiteOrder::add(Site &site)
 {
+    keep_unused(*site.run);
     site.live_count = 1;
     link_after(sentinel_, site);
     ++size_;
-    join_in_front(site);
+    join(site, *site.next, &Run::first);
 }
 
 void SiteOrder::raise(Site &site)
 {
-    Site &first = first_with(site.live_count);
-    Site &last = *first.run_last;
-    leave_run(site, first);
+    Site &last = *site.run->last;
+    leave_run(site);
     if (&last != &site) {
         unlink(site);
         link_after(last, site);
     }
     ++site.live_count;
-    join_in_front(site);
+    join(site, *site.next, &Run::first);
 }
 
 void SiteOrder::lower(Site &site)
 {
-    Site &first = first_with(site.live_count);
-    leave_run(site, first);
+    Site &first = *site.run->first;
+    leave_run(site);
     if (&first != &site) {
         unlink(site);
         link_after(*first.prev, site);
@@ -76,12 +79,10 @@ void SiteOrder::lower(Site &site)
     if (--site.live_count == 0) {
         unlink(site);
         --size_;
+        site.run = &unused_run();
         return;
     }
-    if (site.prev->live_count == site.live_count)
-        first_with(site.live_count).run_last = &site;
-    else
-        set_first(site, site);
+    join(site, *site.prev, &Run::last);
 }
 
 } // namespace vn::memcheck

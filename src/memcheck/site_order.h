@@ -8,12 +8,12 @@
 //   - a new site enters at the very front;
 //   - a site that gains a block passes the rest of its run and stops right behind it;
 //   - a site that loses one passes the front of its run and stops right before it.
-// So the two ends of a run are all that must be found: its first site is looked up by count, and
-// knows its last. The lookup table links the sites themselves; nothing here can fail.
+// So the two ends of a run are all that must be found, and each site knows its run. There are never
+// more runs than sites: each brings one along when it enters and takes one away when it leaves, and
+// nothing here can fail.
 #pragma once
 
 #include "memcheck/records.h"
-#include "memcheck/table.h"
 
 namespace vn::memcheck {
 
@@ -29,14 +29,14 @@ public:
     [[nodiscard]] uint32_t size() const { return size_; }
 
 private:
-    Site &first_with(int32_t count);
-    void set_first(Site &site, Site &last);
-    void join_in_front(Site &site);
-    void leave_run(Site &site, Site &first);
+    void join(Site &site, Site &neighbour, Site *Run::*end);
+    void leave_run(const Site &site);
+    Run &unused_run();
+    void keep_unused(Run &run);
 
     Site sentinel_{};
     uint32_t size_ = 0;
-    Table<Site, &Site::next_by_count, &Site::live_count> first_of_run_;
+    Run *unused_ = nullptr;
 };
 
 } // namespace vn::memcheck

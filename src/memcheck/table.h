@@ -16,58 +16,62 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <functional>
 
 namespace vn::memcheck {
 
-// `next` is the item's link in this table, `hash` its member that tells its hash, which does not
-// change while the item is in the table.
-template <typename T, T *T::*next, auto hash>
+// What an item of a table begins with. The key stays as it is while the item is in the table.
+struct Entry {
+    Entry *chain;
+    uintptr_t key;
+};
+
 class Table {
 public:
-    void insert(T &item)
+    void insert(Entry &item)
     {
         if (++items_ > buckets_) split_next();
-        T *&head = bucket_of(hash_of(item));
-        item.*next = head;
+        Entry *&head = bucket_of(item.key);
+        item.chain = head;
         head = &item;
     }
 
-    void remove(T &item)
+    void remove(const Entry &item)
     {
-        T **link = &bucket_of(hash_of(item));
-        while (*link != &item) link = &((*link)->*next);
-        *link = item.*next;
+        Entry **link = &bucket_of(item.key);
+        while (*link != &item) link = &(*link)->chain;
+        *link = item.chain;
         --items_;
     }
 
-    // The newest item with this hash of which `matches(item)` is true, or null. Others may have the
-    // same place in the table: the answer must not be true for them.
-    template <typename Matches>
-    T *find(uint32_t hash_wanted, Matches matches)
-    {
-        T *item = bucket_of(hash_wanted);
-        while (item != nullptr && !matches(*item)) item = item->*next;
-        return item;
-    }
+    // The newest item with this key, or null; and the next older one after it.
+    Entry *find(uintptr_t key) { return first_with(key, bucket_of(key)); }
+    static Entry *find_next(const Entry &item) { return first_with(item.key, item.chain); }
 
 private:
-    static uint32_t hash_of(const T &item)
-    {
-        return static_cast<uint32_t>(std::invoke(hash, item));
-    }
-
     static constexpr size_t kInTable = 64;
     static constexpr size_t kSegments = 24; // the last one ends at 2^30 buckets
 
-    T *&bucket_of(uint32_t hash_wanted)
+    static Entry *first_with(uintptr_t key, Entry *item)
     {
-        const size_t round = std::bit_floor(buckets_);
-        const size_t index = hash_wanted & (2 * round - 1);
-        return bucket(index < buckets_ ? index : index - round);
+        while (item != nullptr && item->key != key) item = item->chain;
+        return item;
     }
 
-    T *&bucket(size_t index)
+    // Fibonacci hashing of the bits that differ between blocks, folded so that the low bits, which
+    // choose the bucket, depend on all of them.
+    static uint32_t hash(uintptr_t key)
+    {
+        const auto mixed = static_cast<uint32_t>(key >> 2) * 0x9E3779B1u;
+        return mixed ^ (mixed >> 15);
+    }
+
+    Entry *&bucket_of(uintptr_t key)
+    {
+        const size_t index = hash(key) & (2 * round_ - 1);
+        return bucket(index < buckets_ ? index : index - round_);
+    }
+
+    Entry *&bucket(size_t index)
     {
         if (index < kInTable) return in_table_[index];
         return segments_[segment_of(index)][index - std::bit_floor(index)];
@@ -79,35 +83,30 @@ private:
         return static_cast<size_t>(std::bit_width(index) - std::bit_width(kInTable));
     }
 
-    bool have_bucket(size_t index)
+    // Half of bucket `buckets_ - round_` moves to the new last bucket; both keep their order.
+    [[gnu::noinline]] void split_next()
     {
-        const size_t segment = segment_of(index);
-        if (segment >= kSegments) return false;
-        if (segments_[segment] == nullptr)
-            segments_[segment] = static_cast<T **>(calloc(kInTable << segment, sizeof(T *)));
-        return segments_[segment] != nullptr;
-    }
-
-    // Half of bucket `buckets_ - round` moves to the new last bucket; both keep their order.
-    void split_next()
-    {
-        if (!have_bucket(buckets_)) return;
-        const size_t round = std::bit_floor(buckets_);
-        T **stay = &bucket(buckets_ - round);
-        T **move = &bucket(buckets_);
-        for (T *item = *stay; item != nullptr; item = item->*next) {
-            T **&tail = (hash_of(*item) & round) != 0 ? move : stay;
+        const size_t segment = segment_of(buckets_);
+        if (segment >= kSegments) return;
+        Entry **&memory = segments_[segment];
+        if (memory == nullptr) memory = static_cast<Entry **>(calloc(round_, sizeof *memory));
+        if (memory == nullptr) return;
+        Entry **stay = &bucket(buckets_ - round_);
+        Entry **move = &bucket(buckets_);
+        for (Entry *item = *stay; item != nullptr; item = item->chain) {
+            Entry **&tail = (hash(item->key) & round_) != 0 ? move : stay;
             *tail = item;
-            tail = &(item->*next);
+            tail = &item->chain;
         }
         *stay = *move = nullptr;
-        ++buckets_;
+        if (++buckets_ == 2 * round_) round_ = buckets_;
     }
 
     size_t items_ = 0;
     size_t buckets_ = kInTable;
-    std::array<T *, kInTable> in_table_{};
-    std::array<T **, kSegments> segments_{};
+    size_t round_ = kInTable; // the largest power of two that is not above the buckets
+    std::array<Entry *, kInTable> in_table_{};
+    std::array<Entry **, kSegments> segments_{};
 };
 
 } // namespace vn::memcheck
