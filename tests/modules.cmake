@@ -9,12 +9,11 @@ vnlib_test(vnstrings)
 vnlib_fault_test(vnstrings WRAP vn_memcheck_malloc vn_memcheck_free vn_memcheck_realloc)
 vnlib_test(sax)
 vnlib_fault_test(sax)
-# The same on the ways to read that the library was not built with: without blocks of text, where the
-# C library shows nothing of its buffers, character by character, and as builds for size do. The host
-# is enough.
+# The same on the ways to read that the library was not built with: without blocks of text, and,
+# where the C library shows nothing of its buffers, character by character. The host is enough.
 if(NOT CMAKE_CROSSCOMPILING)
   set_source_files_properties(../src/sax/sax.cpp PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
-  foreach(way IN ITEMS sax_without_blocks sax_by_character sax_small)
+  foreach(way IN ITEMS sax_without_blocks sax_by_character)
     add_executable(${way}_test sax_test.cpp ../src/sax/sax.cpp)
     vnlib_warnings(${way}_test)
     target_link_libraries(${way}_test PRIVATE vnlib_static vnlib_test_support)
@@ -23,8 +22,6 @@ if(NOT CMAKE_CROSSCOMPILING)
     add_test(NAME ${way} COMMAND ${way}_test)
   endforeach()
   target_compile_definitions(sax_without_blocks_test PRIVATE VNLIB_PORTABLE_ONLY=1
-    $<$<BOOL:${VNLIB_HAVE_IO_READ_PTR}>:VNLIB_HAVE_IO_READ_PTR=1>)
-  target_compile_definitions(sax_small_test PRIVATE VNLIB_SMALL=1
     $<$<BOOL:${VNLIB_HAVE_IO_READ_PTR}>:VNLIB_HAVE_IO_READ_PTR=1>)
 endif()
 vnlib_test(base32)
@@ -41,6 +38,22 @@ elseif(CMAKE_CROSSCOMPILING)
   message(STATUS "No OpenSSL for the target: the digests are tested there by tests/abi alone")
 else()
   message(FATAL_ERROR "The tests of the digests need OpenSSL as their peer (libssl-dev)")
+endif()
+# The same for what builds for size have in place of tables.
+if(NOT CMAKE_CROSSCOMPILING)
+  set(small_sax ../src/sax/sax.cpp)
+  set(small_base32 ../src/base32/base32.cpp)
+  set(small_base64 ../src/base64/base64.cpp ../src/base64/portable.cpp)
+  foreach(module IN ITEMS sax base32 base64)
+    set_source_files_properties(${small_${module}} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    add_executable(${module}_small_test ${module}_test.cpp ${small_${module}})
+    vnlib_warnings(${module}_small_test)
+    target_link_libraries(${module}_small_test PRIVATE vnlib_static vnlib_test_support)
+    target_compile_definitions(${module}_small_test PRIVATE VNLIB_SMALL=1)
+    target_include_directories(${module}_small_test PRIVATE ${PROJECT_SOURCE_DIR}/src)
+    target_precompile_headers(${module}_small_test REUSE_FROM ${module}_test)
+    add_test(NAME ${module}_small COMMAND ${module}_small_test)
+  endforeach()
 endif()
 # What the shared library does not export: forcing each version written for a processor.
 vnlib_test_program(versions_test vnlib_static "" "" versions_test.cpp)

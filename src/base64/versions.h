@@ -16,7 +16,9 @@
 #include <cstdint>
 #include <string_view>
 
+#include "support/characters.h"
 #include "support/cpu.h"
+#include "support/small.h"
 
 namespace vn::base64 {
 
@@ -29,20 +31,35 @@ constexpr size_t kLineSymbols = 64;
 constexpr uint8_t kNoSymbol = 126;
 constexpr uint8_t kPaddingValue = 127;
 
+constexpr CharacterRun kRuns[] = {{'A', 'Z', 0},  {'a', 'z', 26},
+                                  {'0', '9', 52}, {'+', '+', 62},
+                                  {'/', '/', 63}, {kPadding, kPadding, kPaddingValue}};
+
+constexpr uint8_t value_by_comparing(char c)
+{
+    return value_among(kRuns, c, kNoSymbol);
+}
+
 consteval std::array<uint8_t, 256> reverse_table()
 {
     std::array<uint8_t, 256> values{};
-    values.fill(kNoSymbol);
-    for (size_t value = 0; value < kAlphabet.size(); ++value)
-        values[static_cast<uint8_t>(kAlphabet[value])] = static_cast<uint8_t>(value);
-    values[static_cast<uint8_t>(kPadding)] = kPaddingValue;
+    for (size_t c = 0; c < values.size(); ++c) values[c] = value_by_comparing(static_cast<char>(c));
     return values;
 }
 inline constexpr auto kValues = reverse_table();
 
+consteval bool alphabet_has_its_values()
+{
+    for (size_t value = 0; value < kAlphabet.size(); ++value) {
+        if (value_by_comparing(kAlphabet[value]) != value) return false;
+    }
+    return true;
+}
+static_assert(alphabet_has_its_values());
+
 inline uint8_t value_of(char symbol)
 {
-    return kValues[static_cast<uint8_t>(symbol)];
+    return kSmall ? value_by_comparing(symbol) : kValues[static_cast<uint8_t>(symbol)];
 }
 
 constexpr size_t symbols_for(size_t bytes)
@@ -61,6 +78,9 @@ struct Cursor {
 void encode_run_portable(const uint8_t *in, size_t length, char *out);
 void encode_lines_portable(const uint8_t *in, size_t lines, char *out);
 void decode_clean_portable(Cursor &cursor);
+
+// The whole of an encoding, group by group; returns the size. Small builds have no other.
+size_t encode_groups(const uint8_t *in, char *out, size_t length, bool wrap);
 
 #if VN_CPU_X86
 void encode_run_ssse3(const uint8_t *in, size_t length, char *out);
