@@ -23,7 +23,7 @@ namespace {
 struct Faults {
     std::atomic<int> thread_starts_to_fail = 0;
     std::atomic<int> accept_errno = 0, recv_errno = 0, second_recv_errno = 0, send_errno = 0;
-    std::atomic<int> no_delay_errno = 0, strdup_errno = 0, strdups_before = 0;
+    std::atomic<int> no_delay_errno = 0;
     std::atomic<size_t> most_sent_at_once = 0;
     std::atomic<int> made_up_clients = 0;
 };
@@ -46,7 +46,6 @@ int __real_accept(int fd, sockaddr *address, socklen_t *length);
 ssize_t __real_recv(int fd, void *to, size_t size, int flags);
 ssize_t __real_send(int fd, const void *from, size_t size, int flags);
 int __real_setsockopt(int fd, int level, int option, const void *value, socklen_t length);
-char *__real_strdup(const char *text);
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
                           void *arg);
@@ -54,7 +53,6 @@ int __wrap_accept(int fd, sockaddr *address, socklen_t *length);
 ssize_t __wrap_recv(int fd, void *to, size_t size, int flags);
 ssize_t __wrap_send(int fd, const void *from, size_t size, int flags);
 int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_t length);
-char *__wrap_strdup(const char *text);
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
                           void *arg)
@@ -92,12 +90,6 @@ int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_
 {
     if (level == IPPROTO_TCP && option == TCP_NODELAY && fails(faults.no_delay_errno)) return -1;
     return __real_setsockopt(fd, level, option, value, length);
-}
-char *__wrap_strdup(const char *text)
-{
-    if (faults.strdup_errno != 0 && faults.strdups_before-- == 0 && fails(faults.strdup_errno))
-        return nullptr;
-    return __real_strdup(text);
 }
 }
 
@@ -160,16 +152,6 @@ TEST_F(LocalFault, StartFailsWithoutMemoryForTheSession)
         failure = errno;
     });
     EXPECT_EQ(lines, Lines{"ERROR: rgui_start_local: Cannot allocate memory (12)"});
-}
-
-TEST_F(LocalFault, StartFailsWithoutMemoryForItsTexts)
-{
-    for (int before = 0; before < 2; ++before) {
-        faults.strdups_before = before;
-        faults.strdup_errno = ENOMEM;
-        EXPECT_EQ(log_lines([&] { EXPECT_EQ(start(), nullptr); }),
-                  Lines{"ERROR: rgui_start_local: Cannot allocate memory (12)"});
-    }
 }
 
 TEST_F(LocalFault, StartFailsWithoutAThread)

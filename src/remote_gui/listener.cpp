@@ -1,7 +1,6 @@
 // listener.cpp - the listener thread of a local end: every TCP client becomes a connection, is
 // announced to the other end, and gets a receive thread.
 #include <cerrno>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,8 +10,6 @@
 
 namespace vn::remote_gui {
 namespace {
-
-constexpr const char *kName = "listener_thread";
 
 enum class Next { kNextClient, kCleanUp, kEndAtOnce };
 
@@ -26,7 +23,7 @@ Next admit(Session &session, int client)
 {
     Connection *const connection = Connection::create(session, client);
     if (connection == nullptr) {
-        vn_errno("%s", kName);
+        vn_errno("listener_thread");
         close(client);
         return Next::kCleanUp;
     }
@@ -50,7 +47,7 @@ Next accept_clients(Session &session, int listener)
     while (!session.stopping) {
         const int client = accept(listener, nullptr, nullptr);
         if (client < 0) {
-            if (!was_stopped(session)) vn_errno("%s: accept", kName);
+            if (!was_stopped(session)) vn_errno("listener_thread: accept");
             break;
         }
         if (const Next next = admit(session, client); next != Next::kNextClient) return next;
@@ -60,12 +57,7 @@ Next accept_clients(Session &session, int listener)
 
 void serve(Session &session)
 {
-    addrinfo hints = {};
-    hints.ai_flags = AI_PASSIVE;
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = IPPROTO_TCP;
-    const int listener = vnsock_listen(&hints, session.node, session.service, 0, 0, 0);
+    const int listener = vnsock_listen(&kTcp, session.node, session.service, 0, 0, 0);
     if (listener < 0) return;
     // Without memory even for a header the connections there are go on; they end with the session.
     Next next = Next::kCleanUp;

@@ -4,35 +4,31 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/errno_guard.h"
+#include "support/bytes.h"
 #include "vnlib/log.h"
 
 namespace vn::remote_gui {
 
-Header read_header(const unsigned char *pdu)
+Header read_header(const unsigned char *pdu, size_t length)
 {
-    return {pdu[0], static_cast<uint16_t>(pdu[2] | pdu[3] << 8),
-            static_cast<uint32_t>(pdu[4]) | static_cast<uint32_t>(pdu[5]) << 8 |
-                static_cast<uint32_t>(pdu[6]) << 16 | static_cast<uint32_t>(pdu[7]) << 24};
+    unsigned char arrived[kHeaderSize] = {};
+    memcpy(arrived, pdu, std::min(length, kHeaderSize));
+    return {arrived[0], bytes::load_little<uint16_t>(arrived + 2),
+            bytes::load_little<uint32_t>(arrived + 4)};
 }
 
 void write_header(unsigned char *pdu, Opcode opcode, uint16_t id, size_t size)
 {
     pdu[0] = static_cast<unsigned char>(opcode);
     pdu[1] = 0;
-    pdu[2] = static_cast<unsigned char>(id);
-    pdu[3] = static_cast<unsigned char>(id >> 8);
-    for (size_t byte = 0; byte < 4; ++byte)
-        pdu[4 + byte] = static_cast<unsigned char>(size >> (8 * byte));
+    bytes::store_little(pdu + 2, id);
+    bytes::store_little(pdu + 4, static_cast<uint32_t>(size));
 }
 
 unsigned char *allocate_pdu(size_t payload)
 {
     auto *const pdu = static_cast<unsigned char *>(malloc(kHeaderSize + payload));
-    if (pdu == nullptr) {
-        const ErrnoGuard keep;
-        vn_errno("%s", "create_pdu");
-    }
+    if (pdu == nullptr) vn_errno("create_pdu");
     return pdu;
 }
 
@@ -43,25 +39,18 @@ unsigned char *make_pdu(Opcode opcode, uint16_t id)
     return pdu;
 }
 
-bool is_whole(const unsigned char *pdu, size_t length)
-{
-    return length >= kHeaderSize && read_header(pdu).size == length - kHeaderSize;
-}
-
-void dump_pdu(int level, const unsigned char *pdu, size_t length, const char *name)
+void dump_pdu(int level, const Header &header, const unsigned char *pdu, size_t length,
+              const char *name)
 {
     constexpr size_t kMostBytes = 64;
     constexpr unsigned kBytesALine = 16;
-    unsigned char arrived[kHeaderSize] = {};
-    memcpy(arrived, pdu, std::min(length, kHeaderSize));
-    const Header header = read_header(arrived);
     const size_t payload = length - std::min(length, kHeaderSize);
     __vn_log(level, "Remote GUI PDU Dump: '%s'", name);
     __vn_log(level, "\tOpcode:\t%#.8x", unsigned{header.opcode});
     __vn_log(level, "\tSize:\t%u", header.size);
     __vn_log(level, "\tID:\t%u", unsigned{header.id});
     __vn_loghex_line(level, pdu + (length - payload),
-                     std::min({size_t{header.size}, payload, kMostBytes}), kBytesALine, 0);
+                     std::min(std::min<size_t>(header.size, payload), kMostBytes), kBytesALine, 0);
 }
 
 } // namespace vn::remote_gui

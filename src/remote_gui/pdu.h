@@ -25,7 +25,8 @@ struct Header {
     uint32_t size;
 };
 
-[[nodiscard]] Header read_header(const unsigned char *pdu);
+// Fields that did not arrive count as 0.
+[[nodiscard]] Header read_header(const unsigned char *pdu, size_t length);
 void write_header(unsigned char *pdu, Opcode opcode, uint16_t id, size_t size);
 
 // A block for a header and `payload` bytes, not filled in; null after logging why.
@@ -34,11 +35,9 @@ void write_header(unsigned char *pdu, Opcode opcode, uint16_t id, size_t size);
 // A whole Open or Close PDU; null after logging why.
 [[nodiscard]] unsigned char *make_pdu(Opcode opcode, uint16_t id);
 
-// Whether the size field tells the truth about `length`, the bytes that arrived.
-[[nodiscard]] bool is_whole(const unsigned char *pdu, size_t length);
-
-// Logs the header fields and the first bytes of the payload. The PDU may be malformed: a field that
-// did not arrive counts as 0, and nothing beyond `length` is read.
-void dump_pdu(int level, const unsigned char *pdu, size_t length, const char *name);
+// Logs the header fields and the first bytes of the payload. The PDU may be malformed: nothing
+// beyond `length` is read.
+void dump_pdu(int level, const Header &header, const unsigned char *pdu, size_t length,
+              const char *name);
 
 } // namespace vn::remote_gui

@@ -9,7 +9,6 @@
 #include <sys/socket.h>
 
 #include "remote_gui/session.h"
-#include "support/errno_guard.h"
 #include "vnlib/log.h"
 
 namespace vn::remote_gui {
@@ -42,7 +41,7 @@ End relay(const Connection &connection)
     while (!connection.stop) {
         unsigned char *const pdu = allocate_pdu(capacity);
         if (pdu == nullptr) {
-            vn_errno("%s", "rgui_recv_data");
+            vn_errno("rgui_recv_data");
             return End::kUntold;
         }
         const ssize_t received = receive(connection.fd, pdu + kHeaderSize, capacity);

@@ -2,7 +2,6 @@
 #include "vnlib/remote_gui.h"
 
 #include <cerrno>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "log/assertion.h"
@@ -16,46 +15,6 @@ namespace {
 constexpr const char *kSource = "remote_gui";
 constexpr const char *kGuiNode = "127.0.0.1"; // where the appliance's management GUI listens
 constexpr const char *kGuiService = "8008";
-
-// A hold on a session for one call.
-class SessionHold {
-public:
-    explicit SessionHold(Session *session) : session_(Session::hold(session) ? session : nullptr) {}
-    ~SessionHold()
-    {
-        if (session_ != nullptr) session_->drop();
-    }
-    SessionHold(const SessionHold &) = delete;
-    SessionHold &operator=(const SessionHold &) = delete;
-
-    explicit operator bool() const { return session_ != nullptr; }
-    Session &operator*() const { return *session_; }
-
-private:
-    Session *const session_;
-};
-
-// A hold on the connection that a PDU names, if there is one.
-class ConnectionHold {
-public:
-    ConnectionHold(Session &session, uint16_t id)
-        : session_(session), connection_(session.find_and_hold(id))
-    {
-    }
-    ~ConnectionHold()
-    {
-        if (connection_ != nullptr) session_.release(*connection_);
-    }
-    ConnectionHold(const ConnectionHold &) = delete;
-    ConnectionHold &operator=(const ConnectionHold &) = delete;
-
-    explicit operator bool() const { return connection_ != nullptr; }
-    Connection &operator*() const { return *connection_; }
-
-private:
-    Session &session_;
-    Connection *const connection_;
-};
 
 // Writes everything, or as much as the TCP peer takes. A signal to the caller's thread, meant for
 // something else, must not tear a hole into the stream.
@@ -74,11 +33,7 @@ void deliver(const Connection &connection, const unsigned char *bytes, size_t si
 
 int connect_to_gui()
 {
-    addrinfo hints = {};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = IPPROTO_TCP;
-    return vnsock_connect(&hints, kGuiNode, kGuiService, nullptr, 0, 0, "RGUI: Connect");
+    return vnsock_connect(&kTcp, kGuiNode, kGuiService, nullptr, 0, 0, "RGUI: Connect");
 }
 
 int start_relaying(Session &session, Connection &connection)
@@ -86,7 +41,7 @@ int start_relaying(Session &session, Connection &connection)
     const int result = session.start_relay(connection);
     if (result == 0) return 0;
     errno = result;
-    vn_errno("%s: create pthread", "create_connection");
+    vn_errno("create_connection: create pthread");
     session.release(connection);
     return -1;
 }
@@ -117,42 +72,41 @@ int open_connection(Session &session, uint16_t id)
     return joined == Joined::kDuplicate ? report_duplicate() : -1;
 }
 
-int handle_open(Session &session, uint16_t id, const ConnectionHold &named)
+int handle_open(Session &session, uint16_t id, Connection *named)
 {
     if (session.role == Role::kLocal) { // the other end could not connect
-        if (!named) return -1;
+        if (named == nullptr) return -1;
         session.end_for_other_side(*named);
         return 0;
     }
-    if (named) return report_duplicate();
+    if (named != nullptr) return report_duplicate();
     if (open_connection(session, id) == 0) return 0;
     (void)session.announce(Opcode::kClose, id);
     return -1;
 }
 
-int handle_data(const ConnectionHold &named, const unsigned char *payload, size_t size)
+int handle_data(const Connection *named, const unsigned char *payload, size_t size)
 {
-    if (!named) return -1;
+    if (named == nullptr) return -1;
     deliver(*named, payload, size);
     return 0;
 }
 
-int handle_close(Session &session, const ConnectionHold &named)
+int handle_close(Session &session, Connection *named)
 {
-    if (named) session.end_for_other_side(*named);
+    if (named != nullptr) session.end_for_other_side(*named);
     return 0;
 }
 
-int handle(Session &session, const unsigned char *pdu)
+// `named` is the connection that the header names, if there is one.
+int handle(Session &session, Connection *named, const Header &header, const unsigned char *payload)
 {
-    const Header header = read_header(pdu);
-    const ConnectionHold named(session, header.id);
     switch (static_cast<Opcode>(header.opcode)) {
     case Opcode::kOpen: return handle_open(session, header.id, named);
-    case Opcode::kData: return handle_data(named, pdu + kHeaderSize, header.size);
-    case Opcode::kClose: return handle_close(session, named);
+    case Opcode::kData: return handle_data(named, payload, header.size);
+    case Opcode::kClose: break;
+    default: __vn_log(kError, "RGUI: Unknown or Illegal Opcode %#.2x", unsigned{header.opcode});
     }
-    __vn_log(kError, "RGUI: Unknown or Illegal Opcode %#.2x", unsigned{header.opcode});
     return handle_close(session, named);
 }
 
@@ -164,19 +118,25 @@ int receive_pdu(Session *session, const unsigned char *pdu, size_t length)
         errno = EINVAL;
         return -1;
     }
-    if (!is_whole(pdu, length)) {
+    const Header header = read_header(pdu, length);
+    if (length < kHeaderSize || header.size != length - kHeaderSize) {
         __vn_log(kError, "RGUI: Invalid PDU length or partial buffer");
-        dump_pdu(kError, pdu, length, "rgui_data_rx");
+        dump_pdu(kError, header, pdu, length, "rgui_data_rx");
         return -1;
     }
-    const SessionHold held(session);
-    return held ? handle(*held, pdu) : -1;
+    if (!Session::hold(session)) return -1;
+    Connection *const named = session->find_and_hold(header.id);
+    const int result = handle(*session, named, header, pdu + kHeaderSize);
+    if (named != nullptr) session->release(*named);
+    session->drop();
+    return result;
 }
 
 void stop(Session *session)
 {
-    const SessionHold held(session);
-    if (held) (*held).stop();
+    if (!Session::hold(session)) return;
+    session->stop();
+    session->drop();
 }
 
 } // namespace
@@ -189,16 +149,15 @@ extern "C" {
 struct rgui_session *rgui_start_local(const char *node, const char *service, unsigned,
                                       rgui_send_fn send, void *ctx)
 {
-    constexpr const char *kName = "rgui_start_local";
     Session *const session = Session::create(Role::kLocal, node, service, send, ctx);
     if (session == nullptr) {
-        vn_errno("%s", kName);
+        vn_errno("rgui_start_local");
         return nullptr;
     }
     const int result = session->start_listener();
     if (result == 0) return session;
     errno = result;
-    vn_errno("%s: create pthread", kName);
+    vn_errno("rgui_start_local: create pthread");
     session->drop();
     return nullptr;
 }

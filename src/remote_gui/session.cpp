@@ -14,27 +14,39 @@
 #include "vnlib/log.h"
 
 using namespace vn::remote_gui;
-using vn::ErrnoGuard;
-using vn::Mutex;
-using vn::MutexLock;
 
 namespace {
 
 // Every session that somebody still holds. It answers whether a pointer is a session, so that a PDU
 // which arrives after a stop is refused and not followed into freed memory.
-constinit Mutex registry_lock;
-constinit Link registry VN_GUARDED_BY(registry_lock);
+constinit Link registry VN_GUARDED_BY(the_lock);
 
-// A copy of an optional text. False when memory ran out.
-bool copy_text(char *&to, const char *from)
+size_t size_of(const char *text)
 {
-    to = from != nullptr ? strdup(from) : nullptr;
-    return from == nullptr || to != nullptr;
+    return text != nullptr ? strlen(text) + 1 : 0;
+}
+
+// A copy at `to` of an optional text of that size.
+const char *copied(char *to, const char *text, size_t size)
+{
+    return size != 0 ? static_cast<const char *>(memcpy(to, text, size)) : nullptr;
 }
 
 } // namespace
 
 namespace vn::remote_gui {
+
+constinit Mutex the_lock;
+
+Locked::Locked()
+{
+    the_lock.lock();
+}
+
+Locked::~Locked()
+{
+    the_lock.unlock();
+}
 
 void interrupt(pthread_t thread)
 {
@@ -53,17 +65,13 @@ void send_without_delay(int fd)
 Connection *Connection::create(Session &owner, int socket)
 {
     void *const memory = malloc(sizeof(Connection));
-    if (memory == nullptr) return nullptr;
-    owner.hold_again();
-    return new (memory) Connection(owner, socket);
+    return memory != nullptr ? new (memory) Connection(owner, socket) : nullptr;
 }
 
 void Connection::destroy()
 {
-    Session &owner = session;
     if (fd >= 0) close(fd);
     free(this);
-    owner.drop();
 }
 
 } // namespace vn::remote_gui
@@ -73,21 +81,22 @@ void Connection::destroy()
 rgui_session *rgui_session::create(Role role, const char *node, const char *service,
                                    rgui_send_fn send, void *ctx)
 {
-    void *const memory = malloc(sizeof(rgui_session));
+    const size_t node_size = size_of(node);
+    const size_t service_size = size_of(service);
+    void *const memory = malloc(sizeof(rgui_session) + node_size + service_size);
     if (memory == nullptr) return nullptr;
     auto *const session = new (memory) rgui_session(role, send, ctx);
-    {
-        const MutexLock guard(registry_lock);
-        registry.append(*session);
-    }
-    if (copy_text(session->node, node) && copy_text(session->service, service)) return session;
-    session->drop();
-    return nullptr;
+    auto *const texts = reinterpret_cast<char *>(session + 1);
+    session->node = copied(texts, node, node_size);
+    session->service = copied(texts + node_size, service, service_size);
+    const Locked guard;
+    registry.append(*session);
+    return session;
 }
 
 bool rgui_session::hold(rgui_session *session)
 {
-    const MutexLock guard(registry_lock);
+    const Locked guard;
     for (const Link *at = registry.next; at != &registry; at = at->next) {
         if (at != session) continue;
         ++session->holders_;
@@ -96,28 +105,14 @@ bool rgui_session::hold(rgui_session *session)
     return false;
 }
 
-void rgui_session::hold_again()
-{
-    const MutexLock guard(registry_lock);
-    ++holders_;
-}
-
 void rgui_session::drop()
 {
     {
-        const MutexLock guard(registry_lock);
+        const Locked guard;
         if (--holders_ > 0) return;
         unlink();
     }
-    destroy();
-}
-
-void rgui_session::destroy()
-{
-    const ErrnoGuard keep;
-    lock_.destroy();
-    free(node);
-    free(service);
+    const vn::ErrnoGuard keep;
     free(this);
 }
 
@@ -155,9 +150,16 @@ Connection *rgui_session::find(uint16_t id)
     return nullptr;
 }
 
+void rgui_session::add(Connection &connection, uint16_t id)
+{
+    connection.id = id;
+    connections_.append(connection);
+    ++holders_;
+}
+
 Connection *rgui_session::find_and_hold(uint16_t id)
 {
-    const MutexLock guard(lock_);
+    const Locked guard;
     Connection *const connection = find(id);
     if (connection != nullptr) ++connection->holders;
     return connection;
@@ -166,43 +168,40 @@ Connection *rgui_session::find_and_hold(uint16_t id)
 void rgui_session::release(Connection &connection)
 {
     {
-        const MutexLock guard(lock_);
+        const Locked guard;
         if (--connection.holders > 0) return;
         connection.unlink();
     }
     connection.destroy();
+    drop();
 }
 
 bool rgui_session::join(Connection &connection)
 {
-    constexpr unsigned kIds = 65536;
-    const MutexLock guard(lock_);
-    // The counter is wider than the wire's field. Once it has gone round, a number may still be in
-    // use by a long-lived connection, whose bytes must not reach another client: pass over it.
-    for (unsigned tried = 0; tried < kIds; ++tried) {
-        const auto id = static_cast<uint16_t>(next_id_++);
-        if (find(id) != nullptr) continue;
-        connection.id = id;
-        connections_.append(connection);
-        return true;
-    }
-    return false;
+    const Locked guard;
+    uint16_t id = next_id_;
+    // Once the numbers have gone round, one may still be in use by a long-lived connection, whose
+    // bytes must not reach another client: pass over it.
+    while (find(id) != nullptr)
+        if (++id == next_id_) return false;
+    next_id_ = static_cast<uint16_t>(id + 1);
+    add(connection, id);
+    return true;
 }
 
 Joined rgui_session::join_as(Connection &connection, uint16_t id)
 {
-    const MutexLock guard(lock_);
+    const Locked guard;
     if (stopping) return Joined::kSessionStopped;
     if (find(id) != nullptr) return Joined::kDuplicate;
-    connection.id = id;
-    connections_.append(connection);
+    add(connection, id);
     return Joined::kYes;
 }
 
 int rgui_session::start_relay(Connection &connection)
 {
     // Under the lock, so that nobody signals the thread before its handle has been stored.
-    const MutexLock guard(lock_);
+    const Locked guard;
     const int result = pthread_create(&connection.thread, nullptr, relay_thread, &connection);
     connection.thread_runs = result == 0;
     return result;
@@ -211,7 +210,7 @@ int rgui_session::start_relay(Connection &connection)
 void rgui_session::leave_orphaned(Connection &connection)
 {
     {
-        const MutexLock guard(lock_);
+        const Locked guard;
         connection.orphan = !connection.stop;
         if (connection.orphan) return;
     }
@@ -222,7 +221,7 @@ void rgui_session::leave_orphaned(Connection &connection)
 void rgui_session::end_relay(Connection &connection)
 {
     {
-        const MutexLock guard(lock_);
+        const Locked guard;
         connection.thread_runs = false;
     }
     release(connection);
@@ -243,7 +242,7 @@ void rgui_session::end_for_other_side(Connection &connection)
     connection.announce_close = false;
     bool orphan;
     {
-        const MutexLock guard(lock_);
+        const Locked guard;
         // Bytes that are being written to the TCP peer just now came before the Close: let them go.
         wake(connection, SHUT_RD);
         orphan = connection.orphan;
@@ -254,7 +253,7 @@ void rgui_session::end_for_other_side(Connection &connection)
 
 Connection *rgui_session::take_orphan()
 {
-    const MutexLock guard(lock_);
+    const Locked guard;
     for (Link *at = connections_.next; at != &connections_; at = at->next) {
         auto *const connection = static_cast<Connection *>(at);
         if (!connection->orphan) continue;
@@ -267,7 +266,7 @@ Connection *rgui_session::take_orphan()
 void rgui_session::stop_connections()
 {
     {
-        const MutexLock guard(lock_);
+        const Locked guard;
         for (Link *at = connections_.next; at != &connections_; at = at->next) {
             auto &connection = static_cast<Connection &>(*at);
             if (connection.cut) continue;
@@ -284,10 +283,19 @@ void rgui_session::stop_connections()
 void rgui_session::stop()
 {
     {
-        const MutexLock guard(lock_);
-        if (stopping.exchange(true)) return;
+        const Locked guard;
+        if (stopping) return;
+        stopping = true;
+        if (role == Role::kLocal) interrupt(listener_);
+        if (listening_fd_ >= 0) shutdown(listening_fd_, SHUT_RDWR);
     }
-    if (role == Role::kLocal) end_listener();
+    // A send callback may stop its own session, on this very thread: then nobody can wait for it.
+    if (role == Role::kLocal) {
+        if (pthread_self() == listener_)
+            pthread_detach(listener_);
+        else
+            pthread_join(listener_, nullptr);
+    }
     stop_connections();
     drop();
 }
@@ -296,36 +304,22 @@ void rgui_session::stop()
 
 int rgui_session::start_listener()
 {
-    hold_again(); // for the thread
+    const Locked guard; // the thread lets go of its hold no earlier than it has one
     const int result = pthread_create(&listener_, nullptr, listener_thread, this);
-    if (result != 0) drop();
+    if (result == 0) ++holders_;
     return result;
 }
 
 bool rgui_session::open_for_clients(int fd)
 {
-    const MutexLock guard(lock_);
+    const Locked guard;
     listening_fd_ = fd;
     return !stopping;
 }
 
 void rgui_session::close_for_clients()
 {
-    const MutexLock guard(lock_);
+    const Locked guard;
     close(listening_fd_);
     listening_fd_ = -1;
-}
-
-void rgui_session::end_listener()
-{
-    {
-        const MutexLock guard(lock_);
-        interrupt(listener_);
-        if (listening_fd_ >= 0) shutdown(listening_fd_, SHUT_RDWR);
-    }
-    // A send callback may stop its own session, on this very thread: then nobody can wait for it.
-    if (pthread_equal(pthread_self(), listener_))
-        pthread_detach(listener_);
-    else
-        pthread_join(listener_, nullptr);
 }

@@ -7,8 +7,8 @@
 //                                   whoever ends the connection), every rgui_data_rx that uses it
 //
 // Invariants
-//   - A record is touched only by a holder, or under the lock of the list that it stands in. The
-//     last holder to let go takes it out of that list and frees it, whichever thread that is.
+//   - A record is touched only by a holder, or under the lock. The last holder to let go takes it
+//     out of its list and frees it, whichever thread that is.
 //   - A connection's socket is open for as long as the connection is in its session's list, so a
 //     wake-up under the lock never meets a descriptor that has been closed or reused.
 //   - A receive thread is signalled under the lock while `thread_runs`, which the thread itself
@@ -18,13 +18,15 @@
 // sets the stop flag, signals, and shuts the socket down, which a later recv, send or accept still
 // sees.
 //
-// Locks: the registry's (sessions and their holders) and each session's (its connections and their
-// holders, its listening socket). Neither is taken while the other is held, and none is held while
-// the send callback runs or a socket is written to.
+// One lock guards all lists and all holders of all sessions: it is held for a few instructions or a
+// system call that does not block, and never while the send callback runs or a socket is written
+// to.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <pthread.h>
 
 #include "remote_gui/pdu.h"
@@ -33,6 +35,31 @@
 
 namespace vn::remote_gui {
 
+extern Mutex the_lock;
+
+class VN_SCOPED_CAPABILITY Locked {
+public:
+    [[gnu::noinline]] Locked() VN_ACQUIRE(the_lock);
+    [[gnu::noinline]] ~Locked() VN_RELEASE();
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+};
+
+// Read without the lock. Relaxed: whoever is to see a change is woken by a system call after it.
+class Flag {
+public:
+    explicit Flag(bool set) : set_(set) {}
+    Flag &operator=(bool set)
+    {
+        set_.store(set, std::memory_order_relaxed);
+        return *this;
+    }
+    operator bool() const { return set_.load(std::memory_order_relaxed); }
+
+private:
+    std::atomic<bool> set_;
+};
+
 // Circular and intrusive; an empty list's head links to itself.
 struct Link {
     Link *next = this;
@@ -40,32 +67,31 @@ struct Link {
 
     void append(Link &link)
     {
+        Link *const last = prev;
         link.next = this;
-        link.prev = prev;
-        prev->next = &link;
-        prev = &link;
+        link.prev = last;
+        last->next = prev = &link;
     }
-    void unlink()
+    void unlink() const // for good
     {
         prev->next = next;
         next->prev = prev;
-        next = prev = this;
     }
 };
 
 enum class Role : uint32_t { kLocal = 1, kRemote = 2 };
 
 struct Connection : Link {
-    // The connection holds its session from here to its destruction. Null when memory ran out.
+    // Null when memory ran out.
     [[nodiscard]] static Connection *create(rgui_session &owner, int socket);
     void destroy(); // for a connection that nobody else can know
 
     rgui_session &session;
     uint16_t id = 0; // settled when it joins the session's list
     int fd;
-    std::atomic<bool> stop = false;          // asks the receive thread to end
-    std::atomic<bool> announce_close = true; // the other end is to hear of our end
-    unsigned holders = 1;                    // this and the rest: under the session's lock
+    Flag stop{false};          // asks the receive thread to end
+    Flag announce_close{true}; // the other end is to hear of our end
+    unsigned holders = 1;      // this and the rest: under the lock
     bool thread_runs = false;
     bool orphan = false; // its thread could not be started: whoever ends it takes the first hold
     bool cut = false;    // the session's stop has woken it
@@ -88,7 +114,6 @@ struct rgui_session : vn::remote_gui::Link {
 
     // Takes a hold on `session` if that is a session at all; any pointer will do.
     [[nodiscard]] static bool hold(rgui_session *session);
-    void hold_again(); // by a holder
     void drop();
 
     int send(unsigned char *pdu, size_t length) const; // takes the PDU; null is passed on, too
@@ -98,7 +123,8 @@ struct rgui_session : vn::remote_gui::Link {
     [[nodiscard]] Connection *find_and_hold(uint16_t id);
     void release(Connection &connection);
 
-    // Puts a new connection into the list. A local end numbers it; false: no ID is left.
+    // Puts a new connection into the list, from where on it holds its session. A local end numbers
+    // it; false: no ID is left.
     [[nodiscard]] bool join(Connection &connection);
     [[nodiscard]] vn::remote_gui::Joined join_as(Connection &connection, uint16_t id);
 
@@ -117,9 +143,9 @@ struct rgui_session : vn::remote_gui::Link {
     void close_for_clients();
 
     const vn::remote_gui::Role role;
-    char *node = nullptr;
-    char *service = nullptr;
-    std::atomic<bool> stopping = false;
+    const char *node = nullptr; // this and the next lie behind the record
+    const char *service = nullptr;
+    vn::remote_gui::Flag stopping{false};
 
 private:
     rgui_session(vn::remote_gui::Role which, rgui_send_fn send_pdu, void *context)
@@ -127,25 +153,32 @@ private:
     {
     }
     ~rgui_session() = default;
-    void destroy();
-    void end_listener();
-    Connection *find(uint16_t id) VN_REQUIRES(lock_);
-    void wake(Connection &connection, int how) VN_REQUIRES(lock_);
+    Connection *find(uint16_t id) VN_REQUIRES(vn::remote_gui::the_lock);
+    void add(Connection &connection, uint16_t id) VN_REQUIRES(vn::remote_gui::the_lock);
+    void wake(Connection &connection, int how) VN_REQUIRES(vn::remote_gui::the_lock);
     Connection *take_orphan();
 
     const rgui_send_fn send_;
     void *const ctx_;
-    unsigned holders_ = 1; // under the registry's lock
     pthread_t listener_{};
-    vn::Mutex lock_;
-    vn::remote_gui::Link connections_ VN_GUARDED_BY(lock_);
-    uint32_t next_id_ VN_GUARDED_BY(lock_) = 1;
-    int listening_fd_ VN_GUARDED_BY(lock_) = -1;
+    unsigned holders_ VN_GUARDED_BY(vn::remote_gui::the_lock) = 1;
+    vn::remote_gui::Link connections_ VN_GUARDED_BY(vn::remote_gui::the_lock);
+    uint16_t next_id_ VN_GUARDED_BY(vn::remote_gui::the_lock) = 1;
+    int listening_fd_ VN_GUARDED_BY(vn::remote_gui::the_lock) = -1;
 };
 
 namespace vn::remote_gui {
 
 using Session = rgui_session;
+
+// What both ends speak to their TCP peers.
+inline constexpr addrinfo kTcp = [] {
+    addrinfo hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
+    return hints;
+}();
 
 // Thread bodies.
 void *relay_thread(void *connection);
