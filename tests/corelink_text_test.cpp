@@ -1,5 +1,8 @@
 // A corelink tree as corelink text: the compact form that parses again, and the list of paths.
+#include <memory>
 #include <random>
+#include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -462,6 +465,127 @@ TEST(CorelinkText, ComesBackFromTheParserAsItWasWritten)
         const Tree tree(text);
         ASSERT_NE(static_cast<clparse_head *>(tree), nullptr) << text;
         ASSERT_EQ(text_of(tree), text);
+    }
+}
+
+// ---------------------------------------------------------------- against a plain recursion
+
+// Random nodes, with and without tags, function nodes among them.
+class RandomNodes {
+public:
+    explicit RandomNodes(std::string &calls) : calls_(calls) {}
+
+    void fill(Node *container, int depth)
+    {
+        for (size_t n = random_() % 5; n > 0; --n) clparse_append_child(container, node(depth));
+    }
+
+private:
+    Node *node(int depth)
+    {
+        static const char *const kTags[] = {"a", "bb", "cd", "list"};
+        const char *const tag = kTags[random_() % 4];
+        switch (random_() % (depth > 0 ? 10 : 6)) {
+        case 0: return string(tag, "say \"hi\"");
+        case 1: return number(tag, random_());
+        case 2: return boolean(tag, static_cast<int>(random_() % 2));
+        case 3: return null("nothing");
+        case 4: return untagged("12");
+        case 5: return untagged("\"text\"");
+        case 6: return function(depth);
+        case 7: return filled(array(tag), depth);
+        default: return filled(structure(tag), depth);
+        }
+    }
+    Node *filled(Node *container, int depth)
+    {
+        fill(container, depth - 1);
+        return container;
+    }
+    Node *function(int depth)
+    {
+        Node *const result = random_() % 6 != 0 ? results_.add(node(depth - 1)) : nullptr;
+        yields_.push_back(std::make_unique<Yield>(result, random_() % 2 != 0 ? 1 : 0, &calls_));
+        return yields_.back()->node(("f" + std::to_string(yields_.size())).c_str());
+    }
+
+    std::mt19937 random_{11};
+    std::string &calls_;
+    std::vector<std::unique_ptr<Yield>> yields_;
+    const Tree results_; // owns what the functions yield
+};
+
+class PlainWriter {
+public:
+    explicit PlainWriter(bool paths) : paths_(paths) {}
+
+    std::string members(const Node &container, const std::string &path)
+    {
+        std::string out;
+        size_t position = 0;
+        const Node *const list = container.value.children;
+        for (const Node *node = list->next; node != list; node = node->next, ++position) {
+            const std::string step = node->tag != nullptr ? node->tag : std::to_string(position);
+            const std::string here = path.empty() ? step : path + "." + step;
+            const bool unnamed = !paths_ && container.type == CLPARSE_ARRAY;
+            const std::string tag = node->tag != nullptr ? node->tag : "(null)";
+            if (position > 0) out += ",";
+            out += member(*node, here, unnamed ? "" : paths_ ? here : tag);
+        }
+        return out;
+    }
+
+    std::string calls;
+
+private:
+    std::string member(const Node &node, const std::string &path, const std::string &name)
+    {
+        const std::string key = name.empty() ? "" : name + "=";
+        switch (node.type) {
+        case CLPARSE_STRING: return key + quoted(node.value.text);
+        case CLPARSE_NUMBER: return key + (paths_ ? "llu" : std::to_string(node.value.number));
+        case CLPARSE_BOOLEAN:
+            return key + (paths_ ? "llu" : node.value.boolean != 0 ? "true" : "false");
+        case CLPARSE_STRUCT:
+            return paths_ ? members(node, path) : key + "{" + members(node, path) + "}";
+        case CLPARSE_ARRAY:
+            return paths_ ? members(node, path) : key + "[" + members(node, path) + "]";
+        case CLPARSE_FUNCTION: return function(node, path);
+        default: return name;
+        }
+    }
+    // The two texts that the nodes have.
+    static std::string quoted(const std::string &text)
+    {
+        return text == "text" ? R"("text")" : R"("say \"hi\"")";
+    }
+    std::string function(const Node &node, const std::string &path)
+    {
+        const Node *const result = static_cast<Yield *>(node.value.function.priv)->result;
+        const bool has_members =
+            result != nullptr && (result->type == CLPARSE_STRUCT || result->type == CLPARSE_ARRAY);
+        calls += std::string("+") + node.tag;
+        const std::string out = has_members ? members(*result, path) : "";
+        calls += std::string("-") + node.tag;
+        return out;
+    }
+
+    const bool paths_;
+};
+
+TEST(CorelinkText, IsWhatAPlainRecursionWrites)
+{
+    std::string calls;
+    RandomNodes nodes(calls);
+    for (int i = 0; i < 1000; ++i) {
+        const Tree tree;
+        nodes.fill(tree.root(), 4);
+        for (const bool paths : {false, true}) {
+            PlainWriter plain(paths);
+            calls.clear();
+            ASSERT_EQ(paths ? paths_of(tree) : text_of(tree), plain.members(*tree.root(), ""));
+            ASSERT_EQ(calls, plain.calls);
+        }
     }
 }
 

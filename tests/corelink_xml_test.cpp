@@ -296,7 +296,7 @@ TEST(CorelinkXml, WritesALongText)
     EXPECT_EQ(xml->size(), compact("<s type=\"string\"></s>").size() + 6 * text.size());
 }
 
-// ---------------------------------------------------------------- well-formed
+// ---------------------------------------------------------------- random trees
 
 // A random tree with tags that XML takes for names.
 Node *random_node(std::mt19937 &random, int depth)
@@ -314,6 +314,44 @@ Node *random_node(std::mt19937 &random, int depth)
     for (size_t n = random() % 5; n > 0; --n)
         clparse_append_child(container, random_node(random, depth - 1));
     return container;
+}
+
+// The elements of a container's members, written by recursion and put together with plus. All
+// strings of random_node() have the same text.
+std::string plain_elements(const Node &container, const std::string &indent)
+{
+    const std::string end = indent.empty() ? "" : "\n";
+    const std::string deeper = indent.empty() ? "" : indent + "\t";
+    std::string out;
+    const Node *const list = container.value.children;
+    for (const Node *node = list->next; node != list; node = node->next) {
+        const std::string name = container.type == CLPARSE_ARRAY ? "li" : node->tag;
+        const auto element = [&](const std::string &type, const std::string &content) {
+            out +=
+                indent + "<" + name + " type=\"" + type + "\">" + content + "</" + name + ">" + end;
+        };
+        switch (node->type) {
+        case CLPARSE_STRING: element("string", "&lt;it&apos;s&gt; &amp; &quot;that&quot;"); break;
+        case CLPARSE_NUMBER: element("number", std::to_string(node->value.number)); break;
+        case CLPARSE_BOOLEAN: element("boolean", node->value.boolean ? "true" : "false"); break;
+        case CLPARSE_STRUCT: element("struct", end + plain_elements(*node, deeper) + indent); break;
+        case CLPARSE_ARRAY: element("array", end + plain_elements(*node, deeper) + indent); break;
+        default: out += indent + "<" + name + " type=\"null\" />" + end;
+        }
+    }
+    return out;
+}
+
+TEST(CorelinkXml, IsWhatAPlainRecursionWrites)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < 300; ++i) {
+        const Tree tree;
+        for (size_t n = random() % 6; n > 0; --n)
+            clparse_append_child(tree.root(), random_node(random, 5));
+        ASSERT_EQ(xml_of(tree, kCompact), compact(plain_elements(*tree.root(), "")));
+        ASSERT_EQ(xml_of(tree, kPretty), pretty(plain_elements(*tree.root(), "\t")));
+    }
 }
 
 TEST(CorelinkXml, IsWellFormedForAnXmlParser)
