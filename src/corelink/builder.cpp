@@ -23,26 +23,6 @@ bool is_open(const clparse_node &node)
 
 } // namespace
 
-bool Builder::string_value(char *text)
-{
-    if (text == nullptr) return false;
-    cursor().value.text = text;
-    set_type(cursor(), Type::kString);
-    return true;
-}
-
-void Builder::number_value(uint64_t number)
-{
-    cursor().value.number = number;
-    set_type(cursor(), Type::kNumber);
-}
-
-void Builder::boolean_value(unsigned char flag)
-{
-    cursor().value.boolean = flag;
-    set_type(cursor(), Type::kBoolean);
-}
-
 Builder::~Builder()
 {
     if (spare_ != nullptr) release_record(spare_, VN_CORELINK_HERE);
@@ -56,29 +36,29 @@ clparse_node *Builder::new_cursor(clparse_node &parent)
     return fresh;
 }
 
-bool Builder::open_container()
+Step Builder::open_container()
 {
     OwnedNode inner(new_cursor(cursor()));
     clparse_node *const sentinel = inner ? new_sentinel() : nullptr;
-    if (sentinel == nullptr) return false;
+    if (sentinel == nullptr) return Step::kNoMemory;
     cursor().value.children = sentinel;
     head_.cursor = inner.release();
-    return true;
+    return Step::kDone;
 }
 
-void Builder::close_struct()
+Step Builder::close_struct()
 {
-    close(Type::kStruct, VN_CORELINK_AT(315));
+    return close(Type::kStruct, VN_CORELINK_AT(315));
 }
 
-void Builder::close_array()
+Step Builder::close_array()
 {
-    close(Type::kArray, VN_CORELINK_AT(326));
+    return close(Type::kArray, VN_CORELINK_AT(326));
 }
 
 // The container becomes the value that the enclosing rule takes. The cursor left over inside goes:
 // behind the container, as long as no debugger counts its release.
-void Builder::close(Type type, const char *where)
+Step Builder::close(Type type, const char *where)
 {
     clparse_node *const left_over = std::exchange(head_.cursor, cursor().parent);
     set_type(cursor(), type);
@@ -86,6 +66,7 @@ void Builder::close(Type type, const char *where)
         spare_ = left_over;
     else
         release_record(left_over, where);
+    return Step::kDone;
 }
 
 // Puts the cursor into its parent's list; a fresh one with the same parent follows.
@@ -99,16 +80,16 @@ bool Builder::append_cursor()
     return true;
 }
 
-bool Builder::end_member(char *tag)
+Step Builder::end_member(char *tag)
 {
-    if (tag == nullptr) return false;
+    if (tag == nullptr) return Step::kNoMemory;
     cursor().tag = tag;
-    return append_cursor();
+    return append_cursor() ? Step::kDone : Step::kNoMemory;
 }
 
-bool Builder::end_element()
+Step Builder::end_element()
 {
-    return append_cursor();
+    return append_cursor() ? Step::kDone : Step::kNoMemory;
 }
 
 Step Builder::enter_prefix(char *tag)
@@ -132,9 +113,10 @@ Step Builder::enter_prefix(char *tag)
 }
 
 // The next member lands beside the prefix's struct again.
-void Builder::leave_prefix()
+Step Builder::leave_prefix()
 {
     cursor().parent = cursor().parent->parent;
+    return Step::kDone;
 }
 
 void Builder::report(const char *message) const

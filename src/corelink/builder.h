@@ -8,8 +8,8 @@
 // container that will receive it. A container between its brackets is in no list either, and has no
 // type: it is known as the parent of what is being built in it.
 //
-// Ownership: each function that takes a text owns it, whatever its result is. A failed step (false:
-//            memory is short) leaves the tree as it was.
+// Ownership: each function that takes a text owns it, whatever its result is. A failed step leaves
+//            the tree as it was.
 #pragma once
 
 #include "corelink/scanner.h"
@@ -31,19 +31,19 @@ public:
 
     int next_token(clparse_lex_value &value) { return corelink::next_token(scanner_, value); }
 
-    bool string_value(char *text);
-    void number_value(uint64_t number);
-    void boolean_value(unsigned char flag);
+    Step string_value(char *text);
+    Step number_value(uint64_t number);
+    Step boolean_value(unsigned char flag);
 
-    bool open_container();
-    void close_struct();
-    void close_array();
+    Step open_container();
+    Step close_struct();
+    Step close_array();
 
-    bool end_member(char *tag); // without a value, too
-    bool end_element();
+    Step end_member(char *tag); // without a value, too
+    Step end_element();
 
     Step enter_prefix(char *tag);
-    void leave_prefix();
+    Step leave_prefix();
 
     // Tells the reader of the memory debugger's pane what is wrong, and where.
     void report(const char *message) const;
@@ -54,7 +54,7 @@ public:
 private:
     clparse_node &cursor() { return *head_.cursor; }
     clparse_node *new_cursor(clparse_node &parent);
-    void close(Type type, const char *where);
+    Step close(Type type, const char *where);
     bool append_cursor();
 
     clparse_head &head_;
@@ -62,5 +62,30 @@ private:
     clparse_node *spare_ = nullptr; // a cursor that was left over, for the next one; tracker off
     TagIndex index_;
 };
+
+// Builds what a text says (made from grammar.y): 0, 1 after a syntax error, 2 without memory.
+int parse(Builder &builder);
+
+inline Step Builder::string_value(char *text)
+{
+    if (text == nullptr) return Step::kNoMemory;
+    cursor().value.text = text;
+    set_type(cursor(), Type::kString);
+    return Step::kDone;
+}
+
+inline Step Builder::number_value(uint64_t number)
+{
+    cursor().value.number = number;
+    set_type(cursor(), Type::kNumber);
+    return Step::kDone;
+}
+
+inline Step Builder::boolean_value(unsigned char flag)
+{
+    cursor().value.boolean = flag;
+    set_type(cursor(), Type::kBoolean);
+    return Step::kDone;
+}
 
 } // namespace vn::corelink

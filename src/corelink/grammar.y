@@ -1,30 +1,25 @@
 /* grammar.y - the corelink grammar. Each action is one step of the builder, which holds the tree.
  *
- * An action owns its tokens' texts from the moment it runs; what waits on the parser's stack when a
- * parse fails is released by the destructor below.
+ * An action owns its tokens' texts from the moment it runs; what waits on the parser's stack, or to
+ * be shifted, when a parse fails is released by the classes below. The parser around the tables and
+ * actions is in grammar.skeleton.
  */
-%define api.pure full
+%skeleton "./grammar.skeleton"
 %define api.token.raw
-%define api.prefix {corelink_grammar_}
-%define api.value.type {union clparse_lex_value}
-%param {vn::corelink::Builder &builder}
 
 %code top {
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "corelink/builder.h"
 #include "corelink/tree.h"
 #include "vnlib/corelink_lex.h"
 #include "vnlib/memcheck.h"
-
-/* Deep texts need a deep stack. It may be moved to a larger block, as its values are trivial. */
-#define YYMALLOC(size) vn_memcheck_malloc(malloc, size, "yyparse", __LINE__)
-#define YYFREE(block) vn_memcheck_free(free, block, "corelink.tab:" VN_CORELINK_STRING(__LINE__))
-#define YYMAXDEPTH 10000
 }
 
 %code {
-namespace {
+using namespace vn::corelink;
 
 /* The kinds of the marks are in the order of these bits, which differ for each. */
 constexpr int kind_of_mark(int mark)
@@ -41,29 +36,93 @@ constexpr int kAhead = int{CLPARSE_TOKEN_IDENTIFIER} - int{IDENTIFIER};
 static_assert(CLPARSE_TOKEN_STRING - kAhead == STRING && CLPARSE_TOKEN_NUMBER - kAhead == NUMBER);
 static_assert(CLPARSE_TOKEN_BOOLEAN - kAhead == BOOLEAN && CLPARSE_TOKEN_OTHER - kAhead == OTHER);
 
-int corelink_grammar_lex(clparse_lex_value *value, vn::corelink::Builder &builder)
+/* Releases the value of a symbol that nobody takes any more. */
+void drop(int kind, clparse_lex_value &value)
 {
-    const int token = builder.next_token(*value);
-    if (token >= CLPARSE_TOKEN_IDENTIFIER) return token - kAhead;
-    return token != 0 ? kind_of_mark(token) : CORELINK_GRAMMAR_EOF;
+    if (kind == IDENTIFIER || kind == STRING) release_text(value.text, VN_CORELINK_HERE);
 }
 
-} // namespace
+/* The token that the parser looks at. (Its value stands elsewhere, as does the beginning of the stack
+ * below: the rest of both then fits into registers.) */
+class Token {
+public:
+    explicit Token(clparse_lex_value &value) : value_(value) {}
+    ~Token() { drop(kind_, value_); }
+    Token(const Token &) = delete;
+    Token &operator=(const Token &) = delete;
 
-/* No rule recovers from a syntax error: the parser is left at once. (The other message is "memory
- * exhausted", after which it is left anyway.) */
-#undef yyerror
-#define yyerror(builder, message)                    \
-    do {                                             \
-        (builder).report(message);                   \
-        if ((message)[0] == 's') goto yyabortlab;    \
-    } while (0)
+    [[nodiscard]] bool is_read() const { return kind_ != kNone; }
+    [[nodiscard]] int kind() const { return kind_; }
+    void read(Builder &builder)
+    {
+        const int token = builder.next_token(value_);
+        kind_ = token >= CLPARSE_TOKEN_IDENTIFIER ? token - kAhead
+                : token != 0                      ? kind_of_mark(token)
+                                                  : YYEOF;
+    }
+    void take() { kind_ = kNone; } /* its value is somebody else's now */
 
-/* Leaves the parser when there was no memory for a step. */
-#define TAKE(step)            \
-    do {                      \
-        if (!(step)) YYNOMEM; \
-    } while (0)
+private:
+    static constexpr int kNone = -1;
+
+    int kind_ = kNone;
+    clparse_lex_value &value_;
+};
+
+/* The symbols read and not yet reduced. The first entry stands for the beginning of the text. */
+struct Entry {
+    clparse_lex_value value;
+    int state; /* after the symbol */
+};
+
+class Stack {
+public:
+    static constexpr size_t kFirst = 200, kLargest = 10000;
+
+    explicit Stack(Entry (&first)[kFirst]) : first_(first) { top_->state = 0; }
+    ~Stack()
+    {
+        for (; top_ != entries_; --top_) drop(yystos[top_->state], top_->value);
+        release();
+    }
+    Stack(const Stack &) = delete;
+    Stack &operator=(const Stack &) = delete;
+
+    [[nodiscard]] Entry &top() { return *top_; }
+    void pop(int count) { top_ -= count; }
+    Step push(int state, clparse_lex_value value)
+    {
+        *++top_ = {value, state};
+        return top_ != last_ || grow() ? Step::kDone : Step::kNoMemory;
+    }
+
+private:
+    bool grow()
+    {
+        const auto used = static_cast<size_t>(top_ - entries_ + 1);
+        if (used >= kLargest) return false;
+        const size_t wanted = used * 2 < kLargest ? used * 2 : kLargest;
+        auto *const grown = static_cast<Entry *>(
+            vn_memcheck_malloc(malloc, wanted * sizeof(Entry), "yyparse", __LINE__));
+        if (grown == nullptr) return false;
+        memcpy(grown, entries_, used * sizeof(Entry));
+        release();
+        entries_ = grown;
+        top_ = grown + used - 1;
+        last_ = grown + wanted - 1;
+        return true;
+    }
+    void release()
+    {
+        if (entries_ == first_) return;
+        vn_memcheck_free(free, entries_, "corelink.tab:" VN_CORELINK_STRING(__LINE__));
+    }
+
+    Entry *const first_;
+    Entry *entries_ = first_;
+    Entry *top_ = first_;
+    Entry *last_ = first_ + kFirst - 1;
+};
 }
 
 %token <text> IDENTIFIER STRING
@@ -71,8 +130,6 @@ int corelink_grammar_lex(clparse_lex_value *value, vn::corelink::Builder &builde
 %token <boolean> BOOLEAN
 %token UNUSED OTHER
 %token EQUALS "=" COMMA "," DOT "." OPEN_BRACE "{" CLOSE_BRACE "}" OPEN_BRACKET "[" CLOSE_BRACKET "]"
-
-%destructor { vn::corelink::release_text($$, VN_CORELINK_HERE); } <text>
 
 %%
 
@@ -86,40 +143,34 @@ members:
 ;
 
 elements:
-    value                           { TAKE(builder.end_element()); }
-|   elements "," value              { TAKE(builder.end_element()); }
+    value                           { return builder.end_element(); }
+|   elements "," value              { return builder.end_element(); }
 ;
 
 member:
-    IDENTIFIER "=" value            { TAKE(builder.end_member($1)); }
-|   path_prefix member              { builder.leave_prefix(); }
-|   IDENTIFIER                      { TAKE(builder.end_member($1)); }
+    IDENTIFIER "=" value            { return builder.end_member($1); }
+|   path_prefix member              { return builder.leave_prefix(); }
+|   IDENTIFIER                      { return builder.end_member($1); }
 ;
 
 path_prefix:
-    IDENTIFIER "."                  {
-                                        switch (builder.enter_prefix($1)) {
-                                        case vn::corelink::Step::kDone: break;
-                                        case vn::corelink::Step::kSyntaxError: goto yyerrlab;
-                                        case vn::corelink::Step::kNoMemory: YYNOMEM;
-                                        }
-                                    }
+    IDENTIFIER "."                  { return builder.enter_prefix($1); }
 ;
 
 struct_open:
-    "{"                             { TAKE(builder.open_container()); }
+    "{"                             { return builder.open_container(); }
 ;
 
 array_open:
-    "["                             { TAKE(builder.open_container()); }
+    "["                             { return builder.open_container(); }
 ;
 
 value:
-    STRING                          { TAKE(builder.string_value($1)); }
-|   NUMBER                          { builder.number_value($1); }
-|   BOOLEAN                         { builder.boolean_value($1); }
-|   struct_open members "}"         { builder.close_struct(); }
-|   array_open elements "]"         { builder.close_array(); }
+    STRING                          { return builder.string_value($1); }
+|   NUMBER                          { return builder.number_value($1); }
+|   BOOLEAN                         { return builder.boolean_value($1); }
+|   struct_open members "}"         { return builder.close_struct(); }
+|   array_open elements "]"         { return builder.close_array(); }
 ;
 
 %%

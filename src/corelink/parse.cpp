@@ -4,8 +4,6 @@
 #include "corelink/tree.h"
 #include "vnlib/memcheck.h"
 
-int corelink_grammar_parse(vn::corelink::Builder &builder); // made from grammar.y
-
 namespace vn::corelink {
 
 namespace {
@@ -21,12 +19,12 @@ bool prepare(clparse_head &head)
     return yylex_init(&head.scanner) == 0;
 }
 
-bool parse(clparse_head &head, const char *text)
+bool read(clparse_head &head, const char *text)
 {
     Scanner &scanner = *static_cast<Scanner *>(head.scanner);
     const InPlace reading(scanner, text);
     Builder builder(head, scanner);
-    const int result = corelink_grammar_parse(builder);
+    const int result = vn::corelink::parse(builder);
     if (result == 0) return true;
     memdbg_printf("%s: parsing failed: %d\n", kSite, result);
     builder.abandon();
@@ -50,7 +48,7 @@ extern "C" struct clparse_head *clparse_start(const char *text)
     if (text == nullptr) return nullptr;
     clparse_head *const head = new_head({kSite, 351, 354, 356});
     if (head == nullptr) return nullptr;
-    if (!prepare(*head) || !parse(*head, text)) {
+    if (!prepare(*head) || !read(*head, text)) {
         release_cursor(*head, VN_CORELINK_HERE);
         release_head(head, VN_CORELINK_AT(375));
         return nullptr;
