@@ -9,10 +9,8 @@ set(gcc_lib_glob /usr/lib/gcc-cross/arm-linux-gnueabihf/*)
 set(machine_flags "-march=armv7-a -mfloat-abi=hard -mfpu=vfpv3-d16 -mthumb")
 include(${CMAKE_CURRENT_LIST_DIR}/musl-clang.cmake)
 
-# Where LTO leaves the code generation to the linker, with what -Oz alone does not do: equal sequences
-# of instructions become functions, and nothing is computed ahead of a loop or kept for the next round
-# that takes less room where it is used. -arm-promote-constant would save more and must stay off: it
-# may put one constant at two addresses, and a walk over it then never meets its end.
-set(code_generation -enable-machine-outliner=always -disable-machine-licm -disable-lsr -disable-post-ra)
-list(TRANSFORM code_generation PREPEND "-Wl,-mllvm,")
-list(JOIN code_generation " " CMAKE_SHARED_LINKER_FLAGS_MINSIZEREL_INIT)
+# Where LTO leaves the code generation to the linker: two passes compute ahead of a loop, or keep for
+# its next round, what takes less room where it is used, and, on a processor with few registers, no
+# more time. -arm-promote-constant would save more and must stay off: it may put one constant at two
+# addresses, and a walk over it then never meets its end.
+set(CMAKE_SHARED_LINKER_FLAGS_MINSIZEREL_INIT "-Wl,-mllvm,-disable-machine-licm -Wl,-mllvm,-disable-lsr")
