@@ -3,12 +3,14 @@
 // with VNLIB_SMALL.
 #pragma once
 
+#if defined __OPTIMIZE_SIZE__ || defined VNLIB_SMALL
+#define VN_SMALL 1
+#else
+#define VN_SMALL 0
+#endif
+
 namespace vn {
 
-#if defined __OPTIMIZE_SIZE__ || defined VNLIB_SMALL
-constexpr bool kSmall = true;
-#else
-constexpr bool kSmall = false;
-#endif
+constexpr bool kSmall = VN_SMALL;
 
 } // namespace vn
