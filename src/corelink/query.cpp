@@ -18,6 +18,7 @@
 #include "corelink/text_buffer.h"
 #include "corelink/tree.h"
 #include "memcheck/debugger.h"
+#include "support/small.h"
 #include "vnlib/memcheck.h"
 #include "vnlib/vnstrings.h"
 
@@ -63,11 +64,21 @@ public:
     }
 
 private:
-    // Most tags differ in the first character: then a call would cost more than the look at it.
+    // Most tags differ in the first character: then a call would cost more than the look at it. The
+    // target's processors compare the others sooner than they call, too.
     [[nodiscard]] bool has_name(const char *tag) const
     {
+        if constexpr (kSmall)
+            return tag != nullptr && begins_with_name(tag) && tag[length_] == '\0';
         return tag != nullptr && *tag == first_ && std::strncmp(tag, name_, length_) == 0 &&
                tag[length_] == '\0';
+    }
+
+    [[nodiscard]] bool begins_with_name(const char *tag) const
+    {
+        size_t same = 0;
+        while (same < length_ && tag[same] == name_[same]) ++same;
+        return same == length_;
     }
 
     const char *name_;
