@@ -109,9 +109,10 @@ constexpr std::array<uint8_t, kUnknownSenseCode> kQualifiers = qualifiers();
 size_t sense_row(unsigned code)
 {
     const unsigned asc = code >> 8;
+    const auto ascq = static_cast<uint8_t>(code);
     if (asc >= kAscs) return kUnknownSenseCode;
     for (size_t row = kFirstSenseRow[asc]; row < kFirstSenseRow[asc + 1]; ++row) {
-        if (kQualifiers[row] == (code & 0xFF)) return row;
+        if (kQualifiers[row] == ascq) return row;
     }
     return kUnknownSenseCode;
 }
