@@ -775,6 +775,21 @@ TEST(TopPanel, ShowsOneLineForEachTagText)
               "------------------------------------DEBUG------------------------------------");
 }
 
+TEST(TopPanel, FindsASiteByItsTextWhereverThatIs)
+{
+    const Terminal screen = screen_after_stop([] {
+        static const std::vector<std::string> texts(1000, "site"); // each at an address of its own
+        std::vector<void *> blocks;
+        for (const std::string &text : texts) blocks.push_back(alloc(1, text.c_str()));
+        for (void *const block : blocks) release(block); // the site leaves, and is not found again
+        for (const std::string &text : texts) alloc(2, text.c_str());
+        alloc(3, "other");
+    });
+    EXPECT_EQ(screen.line(0), "Count 1000      Ave Size:2      :site");
+    EXPECT_EQ(screen.line(1), "Count 1         Ave Size:3      :other");
+    EXPECT_EQ(screen.line(2), "");
+}
+
 TEST(TopPanel, TellsTagsWithTheSameHashApart)
 {
     const Terminal screen = screen_after_stop([] { // equal in 32 bits of FNV-1a

@@ -12,12 +12,14 @@
 
 #include "memcheck/pane.h"
 #include "memcheck/registry.h"
+#include "memcheck/screen.h"
 #include "support/mutex.h"
 
 namespace vn::memcheck {
 
 struct Context {
     std::atomic<bool> running = true; // until it is stopped, also when another has replaced it
+    Total total = 0;
     Registry registry;
     Pane pane;
     Mutex drawing; // who has it draws the panel; nobody may after the stop has

@@ -91,8 +91,7 @@ VN_OUT_OF_LINE void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_
     if (!records.complete()) return nullptr;
     void *const raw = alloc(size + kGuardSize);
     if (raw == nullptr) return nullptr;
-    context.registry.count_one_more();
-    show_total(context.registry.total());
+    count(context.total, 1);
     write_marker(raw);
     fill_guarded(*records.block, raw, size, line);
     if (site == nullptr) return abandon(alloc, raw);
@@ -111,8 +110,7 @@ VN_OUT_OF_LINE void release_guarded(Context &context, vn_free_fn release, void *
                                     const char *site)
 {
     release(strike_out(context, ptr, site));
-    context.registry.count_one_less();
-    show_total(context.registry.total());
+    count(context.total, -1);
 }
 
 void *resize_raw(void *raw, size_t size)

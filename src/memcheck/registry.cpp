@@ -41,17 +41,33 @@ Block *Registry::find(const void *user)
     return static_cast<Block *>(by_user_.find(reinterpret_cast<uintptr_t>(user)));
 }
 
+// Null when there is no such site.
+Site *Registry::known_site(const char *tag, uintptr_t hash)
+{
+    for (Entry *entry = by_tag_.find(hash); entry != nullptr; entry = Table::find_next(*entry)) {
+        auto *const site = static_cast<Site *>(entry);
+        if (strcmp(site->tag, tag) == 0) return site;
+    }
+    return nullptr;
+}
+
 Site &Registry::site_of(const char *tag, Owned<Site> spare)
 {
-    const uintptr_t hash = fnv1a::add_text(fnv1a::kBasis<uint32_t>, tag);
-    for (Entry *entry = by_tag_.find(hash); entry != nullptr; entry = Table::find_next(*entry)) {
-        Site &known = static_cast<Site &>(*entry);
-        if (strcmp(known.tag, tag) != 0) continue;
+    Site *&recent = recent_site(tag);
+    Site *known = recent;
+    uintptr_t hash = 0;
+    if (known == nullptr || known->tag != tag) {
+        hash = fnv1a::add_text(fnv1a::kBasis<uint32_t>, tag);
+        known = known_site(tag, hash);
+        if (known != nullptr && known->tag == tag) recent = known;
+    }
+    if (known != nullptr) {
         keep_spare(std::move(spare));
-        sites_.raise(known);
-        return known;
+        sites_.raise(*known);
+        return *known;
     }
     Site &fresh = *spare.release();
+    recent = &fresh;
     fresh.key = hash;
     fresh.tag = tag;
     fresh.live_bytes = 0;
@@ -87,6 +103,7 @@ Owned<Block> Registry::discharge(Block &block)
     if (last) walk_.site_leaves(site);
     sites_.lower(site);
     if (last) {
+        if (recent_site(site.tag) == &site) recent_site(site.tag) = nullptr;
         by_tag_.remove(site);
         keep_spare(Owned<Site>(&site));
     }

@@ -46,11 +46,6 @@ public:
     void put_back(Block &block) VN_EXCLUDES(mutex_);
     Owned<Block> remove_lifted(Block &block) VN_EXCLUDES(mutex_);
 
-    // The figure of the count line: guarded allocations less releases.
-    void count_one_more() { total_.fetch_add(1, std::memory_order_relaxed); }
-    void count_one_less() { total_.fetch_sub(1, std::memory_order_relaxed); }
-    [[nodiscard]] int32_t total() const { return total_.load(std::memory_order_relaxed); }
-
     // One pass of the checker over all guarded blocks. Ends the process at a damaged marker.
     void check_all() VN_EXCLUDES(mutex_);
 
@@ -62,7 +57,12 @@ public:
 
 private:
     Block *find(const void *user) VN_REQUIRES(mutex_);
+    Site *known_site(const char *tag, uintptr_t hash) VN_REQUIRES(mutex_);
     Site &site_of(const char *tag, Owned<Site> spare) VN_REQUIRES(mutex_);
+    Site *&recent_site(const char *tag) VN_REQUIRES(mutex_)
+    {
+        return recent_sites_[reinterpret_cast<uintptr_t>(tag) / 4 % kRecentSites];
+    }
     Owned<Block> discharge(Block &block) VN_REQUIRES(mutex_);
     void examine(const Block &block) VN_REQUIRES(mutex_);
     bool check_some() VN_EXCLUDES(mutex_);
@@ -71,9 +71,11 @@ private:
     SiteOrder sites_ VN_GUARDED_BY(mutex_);
     Walk walk_ VN_GUARDED_BY(mutex_);
     Table by_tag_ VN_GUARDED_BY(mutex_);
+    // Sites by where their tag is, as most calls come with a literal that was seen before.
+    static constexpr size_t kRecentSites = 64;
+    Site *recent_sites_[kRecentSites] VN_GUARDED_BY(mutex_) = {};
     Table by_user_ VN_GUARDED_BY(mutex_);
     std::atomic<Site *> spare_site_ = nullptr;
-    std::atomic<int32_t> total_ = 0; // 32 bits, also on processors without wider atomics
 };
 
 } // namespace vn::memcheck

@@ -34,69 +34,68 @@ public:
     StdoutLock &operator=(const StdoutLock &) = delete;
 };
 
-// A screen line, put together before it leaves.
+// A screen line, put together before it leaves; from its end to its start, as numbers are.
 class Frame {
 public:
-    explicit Frame(int line) : row_(static_cast<unsigned>(line) + 3) // any line: the sums may wrap
-    {
-        put("\x1b[H").move_down(row_);
-    }
+    Frame() = default;
+    Frame(const Frame &) = delete; // start_ points into itself
+    Frame &operator=(const Frame &) = delete;
+
     Frame &put(std::string_view piece)
     {
-        memcpy(bytes_ + used_, piece.data(), piece.size());
-        used_ += piece.size();
+        start_ -= piece.size();
+        memcpy(start_, piece.data(), piece.size());
         return *this;
     }
-    Frame &put(int32_t number, unsigned least_digits);
-    void draw(bool has_text);
-
-private:
+    // Without printf, as every allocation draws such lines.
+    Frame &put(int32_t number, unsigned least_digits)
+    {
+        const auto value = static_cast<uint32_t>(number);
+        uint32_t rest = number < 0 ? 0 - value : value;
+        do {
+            *--start_ = static_cast<char>('0' + rest % 10);
+            rest /= 10;
+        } while (--least_digits != 0);
+        while (rest != 0) {
+            *--start_ = static_cast<char>('0' + rest % 10);
+            rest /= 10;
+        }
+        return number < 0 ? put("-") : *this;
+    }
+    // By any number of rows: the sums that lead to them may wrap.
     Frame &move_down(unsigned rows)
     {
-        return put("\x1b[").put(static_cast<int32_t>(rows), 1).put("B");
+        return put("B").put(static_cast<int32_t>(rows), 1).put("\x1b[");
     }
-    void write()
+    // What was put so far is where the cursor goes when the line is there.
+    Frame &leave()
     {
-        write_out({bytes_, used_});
-        used_ = 0;
+        leaving_ = start_;
+        return *this;
     }
+    void draw(const StdoutLock &, bool has_text) const;
 
-    const unsigned row_;
-    size_t used_ = 0;
-    char bytes_[kLongestPiece + 45]; // a text and two cursor movements of any length
+private:
+    static constexpr size_t kSize = kLongestPiece + 45; // a text, and two movements of any length
+
+    char bytes_[kSize];
+    char *start_ = bytes_ + kSize;
+    char *leaving_ = start_;
 };
 
-// Without printf, as every allocation draws such lines.
-Frame &Frame::put(int32_t number, unsigned least_digits)
+void Frame::draw(const StdoutLock &, bool has_text) const
 {
-    auto rest = static_cast<uint32_t>(number);
-    if (number < 0) {
-        put("-");
-        rest = 0 - rest;
-    }
-    unsigned digits = 0;
-    uint32_t bound = 1;
-    do {
-        ++digits;
-        bound *= 10;
-    } while (digits < least_digits || (digits < 10 && rest >= bound));
-    used_ += digits;
-    for (unsigned i = 1; i <= digits; ++i, rest /= 10)
-        bytes_[used_ - i] = static_cast<char>('0' + rest % 10);
-    return *this;
-}
-
-void Frame::draw(bool has_text)
-{
-    const StdoutLock hold;
+    const char *const end = bytes_ + kSize;
     // What the program printed before comes out right behind the text, before the cursor leaves.
     if (has_text && __fpending(stdout) != 0) {
         const ErrnoGuard keep;
         const NotCancelled locked;
-        write();
+        write_out({start_, leaving_});
         fflush(stdout);
+        write_out({leaving_, end});
+    } else {
+        write_out({start_, end});
     }
-    move_down(kRestingRow - row_).put("\r").write();
 }
 
 } // namespace
@@ -124,16 +123,24 @@ void write_out(std::string_view bytes)
 void show_line(int line, std::string_view text)
 {
     constexpr size_t kRoom = kLongestPiece - kReplaceLine.size();
-    Frame frame(line);
-    if (text.data() != nullptr)
-        frame.put(kReplaceLine).put({text.data(), std::min(text.size(), kRoom)});
-    frame.draw(text.data() != nullptr);
+    const unsigned row = static_cast<unsigned>(line) + 3;
+    const bool has_text = text.data() != nullptr;
+    Frame frame;
+    frame.put("\r").move_down(kRestingRow - row).leave();
+    if (has_text) frame.put({text.data(), std::min(text.size(), kRoom)}).put(kReplaceLine);
+    frame.move_down(row).put("\x1b[H").draw(StdoutLock(), has_text);
 }
 
-void show_total(int32_t total)
+// Draws as show_line() would, with both movements written out.
+void count(Total &total, int32_t change)
 {
-    Frame frame(kTotalLine);
-    frame.put(kReplaceLine).put("Total Allocations: ").put(total, 5).draw(true);
+    static_assert(kTotalLine + 3 == 2 && kRestingRow - 2 == 46);
+    const StdoutLock hold;
+    const uint32_t sum = total.load(std::memory_order_relaxed) + static_cast<uint32_t>(change);
+    total.store(sum, std::memory_order_relaxed);
+    Frame frame;
+    frame.put("\x1b[46B\r").leave().put(static_cast<int32_t>(sum), 5);
+    frame.put("\x1b[H\x1b[2B\r\x1b[KTotal Allocations: ").draw(hold, true);
 }
 
 void last_words(const char *format, ...)

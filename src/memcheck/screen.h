@@ -15,6 +15,7 @@
 // output does not get in between either.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -38,8 +39,12 @@ void write_out(std::string_view bytes);
 // Shows `text` on display line `line` in place of what was there; without data it only moves.
 void show_line(int line, std::string_view text);
 
-// Shows the count line.
-void show_total(int32_t total);
+// The figure of the count line: guarded allocations less releases. It is changed under the lock of
+// the screen; atomic, as not every tool that looks for races knows that lock.
+using Total = std::atomic<uint32_t>;
+
+// Adds `change` and shows the count line.
+void count(Total &total, int32_t change);
 
 // Shows the formatted message on the line for it and ends the process with exit(-1).
 [[noreturn]] void last_words(const char *format, ...) __attribute__((format(printf, 1, 2)));
