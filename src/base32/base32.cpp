@@ -26,11 +26,6 @@ constexpr int kDecoded = 7; // the result of every successful decoding, whatever
 constexpr unsigned kSymbolBits = 5;
 constexpr unsigned kSymbolMask = 31;
 
-uint8_t value_of(char symbol)
-{
-    return kSmall ? value_by_comparing(symbol) : kValues[static_cast<uint8_t>(symbol)];
-}
-
 // Whole groups first: processors without an instruction for it do not divide 64 bits.
 constexpr uint64_t symbols_for(uint32_t bytes)
 {
@@ -99,7 +94,7 @@ void store_group(uint8_t *out, uint64_t group)
 
 uint32_t four_values_at(const char *in)
 {
-    const auto value = [in](size_t k) { return uint32_t{value_of(in[k])}; };
+    const auto value = [in](size_t k) { return uint32_t{kValueOf(in[k])}; };
     return value(0) | value(1) << 8 | value(2) << 16 | value(3) << 24;
 }
 
@@ -126,7 +121,7 @@ unsigned encode_rest(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 unsigned decode_rest(const char *in, uint8_t *out, size_t symbols)
 {
     uint64_t values = 0;
-    for (size_t k = symbols; k != 0; --k) values = values << 8 | value_of(in[k - 1]);
+    for (size_t k = symbols; k != 0; --k) values = values << 8 | kValueOf(in[k - 1]);
     uint64_t group = gathered(values);
     for (size_t i = bytes_touched_by(symbols); i != 0; --i, group >>= 8)
         *out++ = static_cast<uint8_t>(group);
@@ -190,7 +185,7 @@ unsigned decode_singly(const char *in, uint8_t *out, size_t symbols)
     unsigned bits = 0;
     unsigned count = 0;
     for (; symbols != 0; --symbols) {
-        const unsigned value = value_of(*in++);
+        const unsigned value = kValueOf(*in++);
         sum += value;
         bits |= value << count;
         count += kSymbolBits;
@@ -286,6 +281,6 @@ extern "C" int base32_decode(const char *in, uint8_t *out, int mode)
         return kDecoded;
     }
     const unsigned sum = decode(in, out, symbols);
-    if (mode == kChecked && value_of(in[symbols]) != (sum & kSymbolMask)) return -1;
+    if (mode == kChecked && kValueOf(in[symbols]) != (sum & kSymbolMask)) return -1;
     return kDecoded;
 }

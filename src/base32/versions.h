@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "support/characters.h"
+#include "support/character_values.h"
 #include "support/cpu.h"
 
 namespace vn::base32 {
@@ -15,35 +15,26 @@ constexpr std::string_view kAlphabet = "0123456789ABCDEFGHJKMNPQRSTVWXYZ";
 constexpr size_t kBlockBytes = 20;
 constexpr size_t kBlockSymbols = 32;
 
-constexpr CharacterRun kRuns[] = {{'0', '9', 0},  {'A', 'H', 10}, {'J', 'K', 18}, {'M', 'N', 20},
-                                  {'P', 'T', 22}, {'V', 'Z', 27}, {'U', 'U', 27}, {'I', 'I', 1},
-                                  {'L', 'L', 1},  {'O', 'O', 0}};
-
-// Characters outside the alphabet and its aliases count as 0.
-constexpr uint8_t value_by_comparing(char c)
+// The value of every character; those outside the alphabet and its aliases count as 0.
+consteval ValuesOfAll reverse_table()
 {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - ('a' - 'A'));
-    return value_among(kRuns, c, 0);
-}
-
-// The value of every character.
-consteval std::array<uint8_t, 256> reverse_table()
-{
-    std::array<uint8_t, 256> values{};
-    for (size_t c = 0; c < values.size(); ++c) values[c] = value_by_comparing(static_cast<char>(c));
+    ValuesOfAll values{};
+    const auto define = [&values](char symbol, size_t value) {
+        values[static_cast<uint8_t>(symbol)] = static_cast<uint8_t>(value);
+        if (symbol >= 'A')
+            values[static_cast<uint8_t>(symbol + ('a' - 'A'))] = static_cast<uint8_t>(value);
+    };
+    for (size_t value = 0; value < kAlphabet.size(); ++value) define(kAlphabet[value], value);
+    define('O', 0);
+    define('I', 1);
+    define('L', 1);
+    define('U', 27);
     return values;
 }
 inline constexpr auto kValues = reverse_table();
 static_assert(kValues['U'] == kValues['V'] && kValues['z'] == 31 && kValues['-'] == 0);
 
-consteval bool alphabet_has_its_values()
-{
-    for (size_t value = 0; value < kAlphabet.size(); ++value) {
-        if (value_by_comparing(kAlphabet[value]) != value) return false;
-    }
-    return true;
-}
-static_assert(alphabet_has_its_values());
+inline constexpr CharacterValues<'0', 'z', 0> kValueOf(kValues);
 
 constexpr size_t kGroupSymbols = 8;
 constexpr size_t kGroupBytes = 5;

@@ -16,9 +16,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "support/characters.h"
+#include "support/character_values.h"
 #include "support/cpu.h"
-#include "support/small.h"
 
 namespace vn::base64 {
 
@@ -31,36 +30,17 @@ constexpr size_t kLineSymbols = 64;
 constexpr uint8_t kNoSymbol = 126;
 constexpr uint8_t kPaddingValue = 127;
 
-constexpr CharacterRun kRuns[] = {{'A', 'Z', 0},  {'a', 'z', 26},
-                                  {'0', '9', 52}, {'+', '+', 62},
-                                  {'/', '/', 63}, {kPadding, kPadding, kPaddingValue}};
-
-constexpr uint8_t value_by_comparing(char c)
+consteval ValuesOfAll reverse_table()
 {
-    return value_among(kRuns, c, kNoSymbol);
-}
-
-consteval std::array<uint8_t, 256> reverse_table()
-{
-    std::array<uint8_t, 256> values{};
-    for (size_t c = 0; c < values.size(); ++c) values[c] = value_by_comparing(static_cast<char>(c));
+    ValuesOfAll values{};
+    values.fill(kNoSymbol);
+    for (size_t value = 0; value < kAlphabet.size(); ++value)
+        values[static_cast<uint8_t>(kAlphabet[value])] = static_cast<uint8_t>(value);
+    values[static_cast<uint8_t>(kPadding)] = kPaddingValue;
     return values;
 }
 inline constexpr auto kValues = reverse_table();
-
-consteval bool alphabet_has_its_values()
-{
-    for (size_t value = 0; value < kAlphabet.size(); ++value) {
-        if (value_by_comparing(kAlphabet[value]) != value) return false;
-    }
-    return true;
-}
-static_assert(alphabet_has_its_values());
-
-inline uint8_t value_of(char symbol)
-{
-    return kSmall ? value_by_comparing(symbol) : kValues[static_cast<uint8_t>(symbol)];
-}
+inline constexpr CharacterValues<'+', 'z', kNoSymbol> kValueOf(kValues);
 
 constexpr size_t symbols_for(size_t bytes)
 {
