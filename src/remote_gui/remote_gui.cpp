@@ -124,19 +124,21 @@ int receive_pdu(Session *session, const unsigned char *pdu, size_t length)
         dump_pdu(kError, header, pdu, length, "rgui_data_rx");
         return -1;
     }
-    if (!Session::hold(session)) return -1;
-    Connection *const named = session->find_and_hold(header.id);
-    const int result = handle(*session, named, header, pdu + kHeaderSize);
-    if (named != nullptr) session->release(*named);
-    session->drop();
+    Session *const held = Session::hold(session);
+    if (held == nullptr) return -1;
+    Connection *const named = held->find_and_hold(header.id);
+    const int result = handle(*held, named, header, pdu + kHeaderSize);
+    if (named != nullptr) held->release(*named);
+    held->drop();
     return result;
 }
 
 void stop(Session *session)
 {
-    if (!Session::hold(session)) return;
-    session->stop();
-    session->drop();
+    Session *const held = Session::hold(session);
+    if (held == nullptr) return;
+    held->stop();
+    held->drop();
 }
 
 } // namespace

@@ -94,15 +94,15 @@ rgui_session *rgui_session::create(Role role, const char *node, const char *serv
     return session;
 }
 
-bool rgui_session::hold(rgui_session *session)
+rgui_session *rgui_session::hold(rgui_session *session)
 {
     const Locked guard;
     for (const Link *at = registry.next; at != &registry; at = at->next) {
         if (at != session) continue;
         ++session->holders_;
-        return true;
+        return session;
     }
-    return false;
+    return nullptr;
 }
 
 void rgui_session::drop()
@@ -274,6 +274,7 @@ void rgui_session::stop_connections()
             wake(connection, SHUT_RDWR);
         }
     }
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): the caller holds the session
     while (Connection *const orphan = take_orphan()) {
         say_goodbye(*orphan);
         release(*orphan);

@@ -112,8 +112,8 @@ struct rgui_session : vn::remote_gui::Link {
     [[nodiscard]] static rgui_session *create(vn::remote_gui::Role role, const char *node,
                                               const char *service, rgui_send_fn send, void *ctx);
 
-    // Takes a hold on `session` if that is a session at all; any pointer will do.
-    [[nodiscard]] static bool hold(rgui_session *session);
+    // Takes a hold on `session` and returns it, or null if it is none; any pointer will do.
+    [[nodiscard]] static rgui_session *hold(rgui_session *session);
     void drop();
 
     int send(unsigned char *pdu, size_t length) const; // takes the PDU; null is passed on, too
