@@ -204,7 +204,7 @@ unsigned decode_singly(const char *in, uint8_t *out, size_t symbols)
 // does not need all bytes; bytes that are needed only in part are there.
 unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 {
-    if constexpr (kSmall) return encode_singly(in, out, symbols, bytes);
+    if (kSmall) return encode_singly(in, out, symbols, bytes);
 #if VN_CPU_X86
     if (cpu::has(cpu::kVbmi)) return encode_vbmi(in, out, symbols, bytes);
 #endif
@@ -228,7 +228,7 @@ unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 // Stores the bits of `symbols` symbols and returns the sum of their values.
 unsigned decode(const char *in, uint8_t *out, size_t symbols)
 {
-    if constexpr (kSmall) return decode_singly(in, out, symbols);
+    if (kSmall) return decode_singly(in, out, symbols);
 #if VN_CPU_X86
     if (cpu::has(cpu::kVbmi)) return decode_vbmi(in, out, symbols);
 #endif

@@ -213,6 +213,7 @@ consteval std::array<Column, 256> columns()
     }
     return of_byte;
 }
+constexpr std::array<Column, 256> kColumns = columns();
 
 // As it is counted, a line feed is alone in its class.
 struct Classes {
@@ -222,7 +223,6 @@ struct Classes {
 };
 consteval Classes classes()
 {
-    constexpr auto kColumns = columns();
     Classes found;
     for (size_t byte = 0; byte < 256; ++byte) {
         size_t same = 0;
@@ -232,17 +232,16 @@ consteval Classes classes()
     }
     return found;
 }
-constexpr size_t kClasses = classes().count;
-constexpr std::array<uint8_t, 256> kClassOf = classes().of_byte;
+constexpr Classes kFound = classes();
+constexpr size_t kClasses = kFound.count;
+constexpr std::array<uint8_t, 256> kClassOf = kFound.of_byte;
 
 // By class first: which row it is does not depend on the steps before, so that only the last
 // look-up has to wait for them.
 consteval std::array<Column, kClasses> steps()
 {
-    constexpr auto kColumns = columns();
-    constexpr auto kExample = classes().example;
     std::array<Column, kClasses> table{};
-    for (size_t i = 0; i < kClasses; ++i) table[i] = kColumns[kExample[i]];
+    for (size_t i = 0; i < kClasses; ++i) table[i] = kColumns[kFound.example[i]];
     return table;
 }
 constexpr std::array<Column, kClasses> kSteps = steps();
