@@ -23,6 +23,10 @@
 #include <string_view>
 #include <strings.h>
 
+#if defined __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "support/small.h"
 #include "vnlib/memcheck.h"
 
@@ -30,6 +34,15 @@ namespace vn::vnstrings {
 namespace {
 
 constexpr int kFailed = -1;
+
+// Texts are searched in blocks of 16 bytes where the processor compares that many at a time.
+#if defined __SSE2__ && !defined __OPTIMIZE_SIZE__ && !defined VNLIB_PORTABLE_ONLY
+#define VN_BLOCKS
+constexpr size_t kBlock = sizeof(__m128i);
+#else
+constexpr size_t kBlock = 1;
+#endif
+constexpr bool kHasBlocks = kBlock > 1;
 
 // A text formatted for a block that does not exist yet: measured always, and kept where it is short
 // (most are), so that the arguments need not be walked a second time.
@@ -115,6 +128,8 @@ public:
             for (const Escape &escape : escapes)
                 growth_[static_cast<unsigned char>(escape.plain)] = escape.growth();
         }
+        for (size_t i = 0; i < plain_.size(); ++i)
+            plain_[i].fill(escapes[std::min(i, escapes.size() - 1)].plain);
     }
     // How many bytes longer the character's escape is; 0 for one that stands for itself.
     [[nodiscard]] uint8_t growth(char c) const
@@ -126,6 +141,25 @@ public:
 
     [[nodiscard]] std::string_view text(char c) const { return find(c)->text(); }
 
+#ifdef VN_BLOCKS
+    // Which characters of a block have an escape, the first in the lowest bit.
+    [[nodiscard]] unsigned places(const char *block) const
+    {
+        const __m128i characters = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block));
+        __m128i found{};
+        for (const Block &plain : plain_) {
+            const __m128i repeated = _mm_load_si128(reinterpret_cast<const __m128i *>(&plain));
+            found = _mm_or_si128(found, _mm_cmpeq_epi8(characters, repeated));
+        }
+        return static_cast<unsigned>(_mm_movemask_epi8(found));
+    }
+#else
+    [[nodiscard]] unsigned places(const char *) const
+    {
+        return 0;
+    }
+#endif
+
 private:
     [[nodiscard]] std::span<const Escape>::iterator find(char c) const
     {
@@ -135,6 +169,8 @@ private:
 
     std::span<const Escape> escapes_;
     std::array<uint8_t, kSmall ? 0 : 256> growth_{}; // a table, where there is room for it
+    using Block = std::array<char, kBlock>;
+    alignas(kBlock) std::array<Block, kHasBlocks ? 5 : 0> plain_{}; // each repeated, for places()
 };
 
 constexpr Escape kQuote[] = {{'"', "\\\""}};
@@ -152,10 +188,23 @@ struct Measure {
 
 Measure measure(const char *text, const EscapeTable &table)
 {
-    Measure result;
-    for (; text[result.length] != '\0'; ++result.length)
-        result.growth += table.growth(text[result.length]);
+    Measure result{strlen(text)};
+    size_t at = 0;
+    for (; kHasBlocks && result.length - at >= kBlock; at += kBlock)
+        for (unsigned places = table.places(text + at); places != 0; places &= places - 1)
+            result.growth += table.growth(text[at + static_cast<size_t>(std::countr_zero(places))]);
+    for (; at < result.length; ++at) result.growth += table.growth(text[at]);
     return result;
+}
+
+// Behind the last character before `end` that has an escape. There is one.
+const char *end_of_last_escape(const char *text, const char *end, const EscapeTable &table)
+{
+    for (; kHasBlocks && end - text >= static_cast<ptrdiff_t>(kBlock); end -= kBlock)
+        if (const unsigned places = table.places(end - kBlock); places != 0)
+            return end - kBlock + std::bit_width(places);
+    while (table.growth(end[-1]) == 0) --end;
+    return end;
 }
 
 // Works from the end to the start: `to` runs ahead of `from` by what is still to be inserted before
@@ -166,7 +215,7 @@ void fill(char *text, Measure size, const EscapeTable &table)
     char *to = text + size.length + static_cast<size_t>(size.growth) + 1;
     while (to != from) { // there is an escape before `from`
         const char *const end = from;
-        while (table.growth(from[-1]) == 0) --from;
+        from = end_of_last_escape(text, end, table);
         to -= end - from;
         memmove(to, from, static_cast<size_t>(end - from));
         const std::string_view escaped = table.text(*--from);
