@@ -7,7 +7,7 @@ namespace vn {
 
 // A double holds both numbers exactly. Cutting off what follows the point of their quotient is
 // exact too: where the true quotient is no integer, it is at least 1 / divisor below the next one,
-// which is 2^-32 of it or more, and a double is rounded by 2^-53 at most.
+// which is 2^-32 of it or more, and a double is rounded by 2^-52 at most.
 template <typename Integer> // of 32 bits
 constexpr Integer divided(Integer number, Integer divisor)
 {
