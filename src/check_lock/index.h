@@ -91,7 +91,7 @@ private:
 
     [[gnu::noinline]] void grow()
     {
-        auto **const wider = static_cast<Entry **>(calloc(size() * 2, sizeof(Entry *)));
+        auto **const wider = static_cast<Entry **>(calloc(size() * 2, sizeof(void *)));
         if (wider == nullptr) return;
         Entry **const old = buckets();
         Entry **const released = std::exchange(grown_, wider);

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <utility>
 
 #include "memcheck/guard.h"
 #include "memcheck/table.h"
@@ -90,9 +89,9 @@ T *new_record()
 inline Owned<Site> new_site()
 {
     Owned<Site> site(new_record<Site>());
-    if (site == nullptr) return nullptr;
-    site->run = new_record<Run>();
-    return site->run != nullptr ? std::move(site) : nullptr;
+    if (site != nullptr) site->run = new_record<Run>();
+    if (site != nullptr && site->run == nullptr) site = nullptr;
+    return site;
 }
 
 } // namespace vn::memcheck

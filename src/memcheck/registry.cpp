@@ -27,8 +27,8 @@ constexpr unsigned kStepsAtLeast = 16;
 
 Owned<Site> Registry::spare_site()
 {
-    Site *const kept = spare_site_.exchange(nullptr);
-    return kept != nullptr ? Owned<Site>(kept) : new_site();
+    Owned<Site> kept(spare_site_.exchange(nullptr));
+    return kept != nullptr ? std::move(kept) : new_site();
 }
 
 void Registry::keep_spare(Owned<Site> site)
@@ -144,20 +144,22 @@ Owned<Block> Registry::remove_lifted(Block &block)
     return discharge(block);
 }
 
+// The process ends with the registry locked, so that no other thread works on with damaged memory;
+// what the program does on exit may release blocks and must not lock itself out.
+void Registry::report_damage(const Block &block, const char *which, uint32_t word)
+{
+    mutex_.keep();
+    last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag, static_cast<int>(block.line),
+               static_cast<size_t>(static_cast<uint32_t>(block.size)), which, word);
+}
+
 void Registry::examine(const Block &block)
 {
     if (block.kind != Kind::kGuarded || block.lifted) return;
     const uint32_t pre = read_marker(block.raw());
     const uint32_t post = read_marker(block.post());
-    // The process ends with the registry locked, so that no other thread works on with damaged
-    // memory; what the program does on exit may release blocks and must not lock itself out.
-    const auto die = [&](const char *which, uint32_t word) {
-        mutex_.keep();
-        last_words("%s LINE:%d, Size:%zu %s:%x", block.site->tag, static_cast<int>(block.line),
-                   static_cast<size_t>(static_cast<uint32_t>(block.size)), which, word);
-    };
-    if (pre != kMarker) die("PreMarker", pre);
-    if (post != pre) die("PostMarker", post);
+    if (pre != kMarker) report_damage(block, "PreMarker", pre);
+    if (post != pre) report_damage(block, "PostMarker", post);
 }
 
 // A stretch of the pass under way, shorter when others wait. False when it was the last one.

@@ -65,6 +65,8 @@ private:
     }
     Owned<Block> discharge(Block &block) VN_REQUIRES(mutex_);
     void examine(const Block &block) VN_REQUIRES(mutex_);
+    [[noreturn]] void report_damage(const Block &block, const char *which, uint32_t word)
+        VN_REQUIRES(mutex_);
     bool check_some() VN_EXCLUDES(mutex_);
 
     PoliteMutex mutex_;

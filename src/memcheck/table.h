@@ -89,7 +89,7 @@ private:
         const size_t segment = segment_of(buckets_);
         if (segment >= kSegments) return;
         Entry **&memory = segments_[segment];
-        if (memory == nullptr) memory = static_cast<Entry **>(calloc(round_, sizeof *memory));
+        if (memory == nullptr) memory = static_cast<Entry **>(calloc(round_, sizeof(void *)));
         if (memory == nullptr) return;
         Entry **stay = &bucket(buckets_ - round_);
         Entry **move = &bucket(buckets_);
