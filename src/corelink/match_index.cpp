@@ -18,17 +18,12 @@ MatchIndex *MatchIndex::build(const clparse_node &list, size_t limit)
     void *const memory = std::malloc(sizeof(MatchIndex));
     if (memory == nullptr) return nullptr;
     auto *const index = new (memory) MatchIndex(list);
-    if (index->resize(std::bit_ceil(count * 2 + 2)) && index->add_all()) return index;
-    destroy(index);
-    return nullptr;
-}
-
-bool MatchIndex::add_all()
-{
-    for (clparse_node *node = list_.next; node != &list_; node = node->next) {
-        if (!add(*node)) return false;
+    if (!index->resize(std::bit_ceil(count * 2 + 2))) {
+        destroy(index);
+        return nullptr;
     }
-    return true;
+    for (clparse_node *node = list.next; node != &list; node = node->next) index->enter(*node);
+    return index;
 }
 
 void MatchIndex::destroy(MatchIndex *index)
@@ -56,17 +51,23 @@ clparse_node *MatchIndex::first_with(const char *tag) const
 bool MatchIndex::add(clparse_node &child)
 {
     if (used_ >= capacity_ / 2 && !resize(capacity_ * 2)) return false;
+    enter(child);
+    return true;
+}
+
+// There is room for it.
+void MatchIndex::enter(clparse_node &child)
+{
     uint32_t hash = hash_of(child.tag);
     Slot *slot = &slot_of(child.tag, hash);
     if (slot->child != nullptr) {
         tags_differ_ = false;
         hash = ~hash;
         slot = &slot_of(child.tag, hash);
-        if (slot->child != nullptr || !is_container(child)) return true;
+        if (slot->child != nullptr || !is_container(child)) return;
     }
     *slot = {&child, hash};
     ++used_;
-    return true;
 }
 
 // The slot of a tag, or the free one where it belongs.

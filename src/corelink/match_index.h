@@ -50,7 +50,7 @@ private:
     [[nodiscard]] uint32_t hash_of(const char *tag) const;
     [[nodiscard]] Slot &slot_of(const char *tag, uint32_t hash) const;
     [[nodiscard]] clparse_node *first_with(const char *tag) const;
-    bool add_all();
+    void enter(clparse_node &child);
     bool resize(size_t capacity);
 
     const clparse_node &list_; // the sentinel

@@ -64,7 +64,8 @@ bool take_value(clparse_node &target, const clparse_node &source)
     case Type::kBoolean: value.boolean = source.value.boolean; break;
     default: break;
     }
-    release_value(target, Privates::kKeep);
+    if (is_container(target) || type_of(target) == Type::kString)
+        release_value(target, Privates::kKeep);
     target.type = type;
     target.value = value;
     return true;
@@ -140,6 +141,7 @@ private:
     Outcome offer(Level &level, clparse_node &entry);
     Outcome join(clparse_node &target, const clparse_node &source);
     Outcome finish(Level &level, Outcome outcome);
+    bool supply(Level &level);
     [[nodiscard]] bool would_close_a_ring(const Level &level, const clparse_node &copy) const;
     bool append_copy(Level &level, OwnedNode &copy);
     MatchIndex *index_of(Level &level);
@@ -239,19 +241,24 @@ Outcome Merge::join(clparse_node &target, const clparse_node &source)
     return take_value(target, source) ? Outcome::kFound : Outcome::kNotThisOne;
 }
 
-// Ends the work on one source child. A function's result may be gone after its release callback:
-// what is to be inserted is copied before the call, and linked after it.
+// Ends the work on one source child.
 Outcome Merge::finish(Level &level, Outcome outcome)
 {
     if (outcome == Outcome::kFailed || !release(level.target_function)) return Outcome::kFailed;
     const bool missing = outcome == Outcome::kMissing && missing_ != Missing::kSkip;
-    OwnedNode copy(missing && missing_ == Missing::kInsert ? inserted_copy(*level.source)
-                                                           : nullptr);
-    if (!release(level.source_function)) return Outcome::kFailed;
-    if (missing && !append_copy(level, copy)) return Outcome::kFailed;
+    if (!(missing ? supply(level) : release(level.source_function))) return Outcome::kFailed;
     level.source_entry =
         level.source_entry == level.source_last ? level.source_list : level.source_entry->next;
     return Outcome::kFound;
+}
+
+// Gives the target what it does not have; false when it is not to have it. A function's result may
+// be gone after its release callback: what is to be inserted is copied before the call, and linked
+// after it. (No part of finish(), which is called for every child: this one has much to save.)
+[[gnu::noinline]] bool Merge::supply(Level &level)
+{
+    OwnedNode copy(missing_ == Missing::kInsert ? inserted_copy(*level.source) : nullptr);
+    return release(level.source_function) && append_copy(level, copy);
 }
 
 // A container that holds the target's own list must not be put into that list: nobody could release
