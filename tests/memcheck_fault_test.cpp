@@ -589,6 +589,43 @@ TEST_F(WalkTest, LeavesANewSiteToTheNextPass)
     EXPECT_FALSE(walk.under_way());
 }
 
+// --- the registry's lock ------------------------------------------------------------------------
+
+TEST(RegistryLock, IsWaitedForWithoutBeingCancelledAndWithoutTouchingErrno)
+{
+    struct Shared {
+        vn::memcheck::PoliteMutex mutex;
+        int error = 0;
+    } shared;
+    shared.mutex.lock();
+    EXPECT_FALSE(shared.mutex.wanted());
+    pthread_t waiting{};
+    sys.create_error = 0;
+    ASSERT_EQ(pthread_create(
+                  &waiting, nullptr,
+                  [](void *argument) -> void * {
+                      auto &mine = *static_cast<Shared *>(argument);
+                      errno = ENOTTY;
+                      mine.mutex.lock();
+                      mine.error = errno;
+                      mine.mutex.unlock();
+                      return argument;
+                  },
+                  &shared),
+              0);
+    while (!shared.mutex.wanted()) usleep(100);
+    usleep(2000); // it naps by now
+    pthread_cancel(waiting);
+    usleep(2000);
+    EXPECT_EQ(shared.error, 0) << "the lock is held here";
+    shared.mutex.unlock();
+    void *result = nullptr;
+    pthread_join(waiting, &result);
+    EXPECT_EQ(result, &shared);
+    EXPECT_EQ(shared.error, ENOTTY);
+    EXPECT_FALSE(shared.mutex.wanted());
+}
+
 // --- the checker beside a program at work -------------------------------------------------------
 
 namespace {
