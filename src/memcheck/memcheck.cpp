@@ -62,7 +62,7 @@ void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
     write_marker(block.post());
 }
 
-void *record(Context &context, Owned<Block> block, Owned<Site> spare_site, const char *site)
+void *record(Context &context, Owned<Block> &&block, Owned<Site> &&spare_site, const char *site)
 {
     void *const user = block->user();
     context.registry.add(std::move(block), site, std::move(spare_site));

@@ -31,7 +31,7 @@ Owned<Site> Registry::spare_site()
     return kept != nullptr ? std::move(kept) : new_site();
 }
 
-void Registry::keep_spare(Owned<Site> site)
+void Registry::keep_spare(Owned<Site> &&site)
 {
     const Owned<Site> one_too_many(spare_site_.exchange(site.release()));
 }
@@ -51,7 +51,7 @@ Site *Registry::known_site(const char *tag, uintptr_t hash)
     return nullptr;
 }
 
-Site &Registry::site_of(const char *tag, Owned<Site> spare)
+Site &Registry::site_of(const char *tag, Owned<Site> &&spare)
 {
     Site *&recent = recent_site(tag);
     Site *known = recent;
@@ -78,7 +78,7 @@ Site &Registry::site_of(const char *tag, Owned<Site> spare)
     return fresh;
 }
 
-void Registry::add(Owned<Block> block, const char *tag, Owned<Site> spare)
+void Registry::add(Owned<Block> &&block, const char *tag, Owned<Site> &&spare)
 {
     const PoliteLock hold(mutex_);
     Block &added = *block.release();

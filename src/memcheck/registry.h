@@ -32,10 +32,10 @@ public:
     // Memory for the record of a site, or null. One is always kept at hand: nearly every allocation
     // finds its site known and brings this back unused.
     Owned<Site> spare_site();
-    void keep_spare(Owned<Site> site);
+    void keep_spare(Owned<Site> &&site);
 
     // Records a filled block under `tag`; `spare` becomes the site's record if it is a new one.
-    void add(Owned<Block> block, const char *tag, Owned<Site> spare) VN_EXCLUDES(mutex_);
+    void add(Owned<Block> &&block, const char *tag, Owned<Site> &&spare) VN_EXCLUDES(mutex_);
     // Strikes out the block that the caller knows as `user`; null when there is none.
     Owned<Block> remove(const void *user) VN_EXCLUDES(mutex_);
 
@@ -58,7 +58,7 @@ public:
 private:
     Block *find(const void *user) VN_REQUIRES(mutex_);
     Site *known_site(const char *tag, uintptr_t hash) VN_REQUIRES(mutex_);
-    Site &site_of(const char *tag, Owned<Site> spare) VN_REQUIRES(mutex_);
+    Site &site_of(const char *tag, Owned<Site> &&spare) VN_REQUIRES(mutex_);
     Site *&recent_site(const char *tag) VN_REQUIRES(mutex_)
     {
         return recent_sites_[reinterpret_cast<uintptr_t>(tag) / 4 % kRecentSites];
