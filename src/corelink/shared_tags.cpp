@@ -64,9 +64,8 @@ bool SharedTags::add(const char *tag)
     return true;
 }
 
-bool SharedTags::drop(const char *tag)
+bool SharedTags::drop_shared(const char *tag)
 {
-    if (!any_.load(std::memory_order_acquire)) return false;
     const MutexLock hold(mutex_);
     if (used_ == 0) return false;
     const size_t slot = find(tag);

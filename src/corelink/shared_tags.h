@@ -21,7 +21,10 @@ public:
     bool add(const char *tag) VN_EXCLUDES(mutex_);
 
     // One holder less. False when it was the only one: the tag is then the caller's to release.
-    bool drop(const char *tag) VN_EXCLUDES(mutex_);
+    bool drop(const char *tag) VN_EXCLUDES(mutex_)
+    {
+        return any_.load(std::memory_order_acquire) && drop_shared(tag);
+    }
 
 private:
     struct Entry {
@@ -29,6 +32,7 @@ private:
         size_t others;   // holders beyond the first
     };
 
+    bool drop_shared(const char *tag) VN_EXCLUDES(mutex_);
     [[nodiscard]] size_t home(const char *tag) const VN_REQUIRES(mutex_);
     [[nodiscard]] size_t find(const char *tag) const VN_REQUIRES(mutex_);
     bool make_room() VN_REQUIRES(mutex_);
