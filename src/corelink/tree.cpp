@@ -136,16 +136,6 @@ char *copy_text(const char *text, const char *site, unsigned line)
     return copy == nullptr ? nullptr : static_cast<char *>(memcpy(copy, text, size));
 }
 
-void append(clparse_node &container, clparse_node &child)
-{
-    clparse_node &sentinel = *container.value.children;
-    child.parent = &container;
-    child.next = &sentinel;
-    child.prev = sentinel.prev;
-    sentinel.prev->next = &child;
-    sentinel.prev = &child;
-}
-
 void unlink(clparse_node &node)
 {
     if (node.next != nullptr) node.next->prev = node.prev;

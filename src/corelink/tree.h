@@ -94,7 +94,15 @@ clparse_node *new_sentinel(const char *site, unsigned line); // charged to `site
 char *copy_text(const char *text, const char *site, unsigned line);
 
 // Links `child`, which is in no list, as the last child of a container.
-void append(clparse_node &container, clparse_node &child);
+inline void append(clparse_node &container, clparse_node &child)
+{
+    clparse_node &sentinel = *container.value.children;
+    child.parent = &container;
+    child.next = &sentinel;
+    child.prev = sentinel.prev;
+    sentinel.prev->next = &child;
+    sentinel.prev = &child;
+}
 
 // Takes a node out of its list, if it is in one; its links then lead to itself.
 void unlink(clparse_node &node);
