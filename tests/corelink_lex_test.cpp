@@ -554,6 +554,15 @@ TEST(CorelinkScanner, CanBeginAnew)
     EXPECT_EQ(rest_of(scanner), (Tokens{{kIdentifier, "ef"}}));
 }
 
+TEST(CorelinkScanner, CanBeginAnewInTheBufferOfAnEmptyText)
+{
+    const Stream stream("name=123");
+    const Scanner scanner("");
+    yyrestart(stream, scanner);
+    EXPECT_EQ(rest_of(scanner),
+              (Tokens{{kIdentifier, "name"}, punctuation('='), {kNumber, "123"}}));
+}
+
 TEST(CorelinkScanner, StacksBuffers)
 {
     const Scanner scanner;

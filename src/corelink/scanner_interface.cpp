@@ -106,7 +106,7 @@ yy_buffer_state *own_buffer(Scanner &scanner)
 
 bool grow(yy_buffer_state &buffer)
 {
-    const size_t capacity = std::min(buffer.capacity * 2, size_t{kMaxText});
+    const size_t capacity = std::min(buffer.capacity * 2 + 1, size_t{kMaxText});
     const bool may_grow = buffer.owned && capacity > buffer.capacity;
     if (!may_grow) {
         complain("fatal error - scanner input buffer overflow\n");
