@@ -10,10 +10,10 @@
 //                             |    |
 //                 kPool     "TEST UNIT READY\0REWIND / REZERO UNIT\0..."
 //
-//     for size    kMarked   "TEST UNIT READY\0REWIND / REZERO UNIT\0" <a gap of 1> "REQUEST
-//     SENSE\0..."
-//                 to be walked: a text takes the code after the one before it, and marks between
-//                 the texts tell where it does not
+//     for size    kMarked   "TEST UNIT READY\0REWIND / REZERO UNIT\0"<gap of 1>"REQUEST SENSE..."
+//
+// The latter is walked: a text takes the code after the one before it, and marks between the texts
+// tell where it does not.
 #pragma once
 
 #include <algorithm>
