@@ -33,25 +33,15 @@ const char *printable(const char *site)
 }
 
 // Everything that recording a block will need, obtained before the block itself is.
-class Records {
-public:
-    explicit Records(Registry &registry)
-        : block(new_record<Block>()), spare_site(registry.spare_site()), registry_(registry)
-    {
-    }
-    ~Records()
-    {
-        if (spare_site != nullptr) registry_.keep_spare(std::move(spare_site));
-    }
-    Records(const Records &) = delete;
-    Records &operator=(const Records &) = delete;
-    [[nodiscard]] bool complete() const { return block != nullptr && spare_site != nullptr; }
-
+struct Records {
     Owned<Block> block;
     Owned<Site> spare_site;
 
-private:
-    Registry &registry_;
+    explicit Records(Registry &registry)
+        : block(new_record<Block>()), spare_site(registry.spare_site())
+    {
+    }
+    [[nodiscard]] bool complete() const { return block != nullptr && spare_site != nullptr; }
 };
 
 void fill_guarded(Block &block, void *raw, size_t size, unsigned line)

@@ -27,13 +27,15 @@ constexpr unsigned kStepsAtLeast = 16;
 
 Owned<Site> Registry::spare_site()
 {
-    Owned<Site> kept(spare_site_.exchange(nullptr));
+    Owned<Site> kept(spare_site_.exchange(nullptr, std::memory_order_acquire));
     return kept != nullptr ? std::move(kept) : new_site();
 }
 
+// One at a time puts it there, so it can be seen whether there is room: who takes it makes some.
 void Registry::keep_spare(Owned<Site> &&site)
 {
-    const Owned<Site> one_too_many(spare_site_.exchange(site.release()));
+    if (spare_site_.load(std::memory_order_relaxed) == nullptr)
+        spare_site_.store(site.release(), std::memory_order_release);
 }
 
 Block *Registry::find(const void *user)

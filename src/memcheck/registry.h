@@ -32,7 +32,6 @@ public:
     // Memory for the record of a site, or null. One is always kept at hand: nearly every allocation
     // finds its site known and brings this back unused.
     Owned<Site> spare_site();
-    void keep_spare(Owned<Site> &&site);
 
     // Records a filled block under `tag`; `spare` becomes the site's record if it is a new one.
     void add(Owned<Block> &&block, const char *tag, Owned<Site> &&spare) VN_EXCLUDES(mutex_);
@@ -57,6 +56,7 @@ public:
 
 private:
     Block *find(const void *user) VN_REQUIRES(mutex_);
+    void keep_spare(Owned<Site> &&site) VN_REQUIRES(mutex_);
     Site *known_site(const char *tag, uintptr_t hash) VN_REQUIRES(mutex_);
     Site &site_of(const char *tag, Owned<Site> &&spare) VN_REQUIRES(mutex_);
     Site *&recent_site(const char *tag) VN_REQUIRES(mutex_)
@@ -77,7 +77,7 @@ private:
     static constexpr size_t kRecentSites = 64;
     Site *recent_sites_[kRecentSites] VN_GUARDED_BY(mutex_) = {};
     Table by_user_ VN_GUARDED_BY(mutex_);
-    std::atomic<Site *> spare_site_ = nullptr;
+    std::atomic<Site *> spare_site_ = nullptr; // taken by anybody, put here under the lock
 };
 
 } // namespace vn::memcheck
