@@ -84,7 +84,7 @@ vnlib_fault_test(vnsock WRAP socket setsockopt listen getsockname getaddrinfo fr
 # Each takes a network of its own where the machine allows it; elsewhere they share the GUI's port.
 vnlib_test(remote_gui RESOURCE_LOCK gui_port)
 vnlib_fault_test(remote_gui RESOURCE_LOCK gui_port
-  WRAP pthread_create accept recv send setsockopt)
+  WRAP pthread_create pthread_kill accept recv send setsockopt shutdown)
 vnlib_test(corelink_lex)
 vnlib_test(corelink_parse TIMEOUT 300)
 vnlib_test(corelink_tree)

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
+#include <future>
 #include <memory>
 #include <netinet/tcp.h>
 #include <thread>
@@ -29,6 +31,15 @@ struct Faults {
 };
 Faults faults;
 
+// What a test does inside the library's next call, once.
+using Interlude = std::atomic<const std::function<void()> *>;
+Interlude in_thread_start, in_signal, in_shutdown;
+
+void play(Interlude &interlude)
+{
+    if (const auto *const act = interlude.exchange(nullptr)) (*act)();
+}
+
 bool fails(std::atomic<int> &plan)
 {
     const int code = plan.exchange(0);
@@ -42,26 +53,36 @@ bool fails(std::atomic<int> &plan)
 extern "C" {
 int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
                           void *arg);
+int __real_pthread_kill(pthread_t thread, int signal);
 int __real_accept(int fd, sockaddr *address, socklen_t *length);
 ssize_t __real_recv(int fd, void *to, size_t size, int flags);
 ssize_t __real_send(int fd, const void *from, size_t size, int flags);
 int __real_setsockopt(int fd, int level, int option, const void *value, socklen_t length);
+int __real_shutdown(int fd, int how);
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
                           void *arg);
+int __wrap_pthread_kill(pthread_t thread, int signal);
 int __wrap_accept(int fd, sockaddr *address, socklen_t *length);
 ssize_t __wrap_recv(int fd, void *to, size_t size, int flags);
 ssize_t __wrap_send(int fd, const void *from, size_t size, int flags);
 int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_t length);
+int __wrap_shutdown(int fd, int how);
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(*body)(void *),
                           void *arg)
 {
+    play(in_thread_start);
     if (faults.thread_starts_to_fail > 0) {
         --faults.thread_starts_to_fail;
         return EAGAIN;
     }
     return __real_pthread_create(thread, attr, body, arg);
+}
+int __wrap_pthread_kill(pthread_t thread, int signal)
+{
+    play(in_signal);
+    return __real_pthread_kill(thread, signal);
 }
 int __wrap_accept(int fd, sockaddr *address, socklen_t *length)
 {
@@ -90,6 +111,11 @@ int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_
 {
     if (level == IPPROTO_TCP && option == TCP_NODELAY && fails(faults.no_delay_errno)) return -1;
     return __real_setsockopt(fd, level, option, value, length);
+}
+int __wrap_shutdown(int fd, int how)
+{
+    play(in_shutdown);
+    return __real_shutdown(fd, how);
 }
 }
 
@@ -463,6 +489,40 @@ TEST_F(LocalFault, PassesOverAnIdInUseWhenTheNumbersComeRound)
     rgui_stop_local(session);
     close(first);
     close(second);
+}
+
+// A session starts, signals and wakes its threads under its own lock: those who need it wait, but
+// no other session does, and they do not keep it from being found.
+TEST_F(LocalFault, KeepsNoOtherSessionWaiting)
+{
+    using namespace std::chrono_literals;
+    rgui_session *const other = rgui_start_remote(Wire::send, &wire_);
+    rgui_session *const session = start();
+    const Bytes pdu = make_pdu(kData, 99, "for nobody");
+    std::vector<std::future<int>> calls;
+    int answered = 0;
+    const std::function<void()> call_both = [&] {
+        calls.push_back(std::async(std::launch::async, feed, session, pdu));
+        std::this_thread::sleep_for(20ms); // it is waiting by now
+        calls.push_back(std::async(std::launch::async, feed, other, pdu));
+        answered += calls.back().wait_for(3s) == std::future_status::ready;
+    };
+
+    in_thread_start = &call_both;
+    const int client = open_client(1);
+    write_all(client, "x");
+    EXPECT_EQ(wire_.next(), make_pdu(kData, 1, "x"));
+    EXPECT_EQ(answered, 1) << "while a thread is started";
+    in_signal = in_shutdown = &call_both;
+    EXPECT_EQ(feed(session, make_pdu(kClose, 1)), 0);
+    EXPECT_EQ(answered, 3) << "while a connection is ended";
+    EXPECT_TRUE(at_end(client));
+    close(client);
+    in_signal = in_shutdown = &call_both;
+    rgui_stop_local(session);
+    EXPECT_EQ(answered, 5) << "while the listener is ended";
+    for (auto &call : calls) EXPECT_EQ(call.get(), -1);
+    rgui_stop_remote(other);
 }
 
 class RemoteFault : public Faulty {

@@ -124,21 +124,21 @@ int receive_pdu(Session *session, const unsigned char *pdu, size_t length)
         dump_pdu(kError, header, pdu, length, "rgui_data_rx");
         return -1;
     }
-    Session *const held = Session::hold(session);
-    if (held == nullptr) return -1;
-    Connection *const named = held->find_and_hold(header.id);
-    const int result = handle(*held, named, header, pdu + kHeaderSize);
-    if (named != nullptr) held->release(*named);
-    held->drop();
+    Session *const entered = Session::enter(session);
+    if (entered == nullptr) return -1;
+    Connection *const named = entered->find_and_hold(header.id);
+    const int result = handle(*entered, named, header, pdu + kHeaderSize);
+    if (named != nullptr) entered->release(*named);
+    entered->leave();
     return result;
 }
 
 void stop(Session *session)
 {
-    Session *const held = Session::hold(session);
-    if (held == nullptr) return;
-    held->stop();
-    held->drop();
+    Session *const entered = Session::enter(session);
+    if (entered == nullptr) return;
+    entered->stop();
+    entered->leave();
 }
 
 } // namespace

@@ -14,12 +14,13 @@
 #include "vnlib/log.h"
 
 using namespace vn::remote_gui;
+using vn::MutexLock;
 
 namespace {
 
-// Every session that somebody still holds. It answers whether a pointer is a session, so that a PDU
+// Every session that is not freed yet. It answers whether a pointer is a session, so that a PDU
 // which arrives after a stop is refused and not followed into freed memory.
-constinit Link registry VN_GUARDED_BY(the_lock);
+constinit Link registry VN_GUARDED_BY(registry_lock);
 
 size_t size_of(const char *text)
 {
@@ -36,17 +37,7 @@ const char *copied(char *to, const char *text, size_t size)
 
 namespace vn::remote_gui {
 
-constinit Mutex the_lock;
-
-Locked::Locked()
-{
-    the_lock.lock();
-}
-
-Locked::~Locked()
-{
-    the_lock.unlock();
-}
+constinit Mutex registry_lock;
 
 void interrupt(pthread_t thread)
 {
@@ -89,31 +80,41 @@ rgui_session *rgui_session::create(Role role, const char *node, const char *serv
     auto *const texts = reinterpret_cast<char *>(session + 1);
     session->node = copied(texts, node, node_size);
     session->service = copied(texts + node_size, service, service_size);
-    const Locked guard;
+    const MutexLock guard(registry_lock);
     registry.append(*session);
     return session;
 }
 
-rgui_session *rgui_session::hold(rgui_session *session)
+rgui_session *rgui_session::enter(rgui_session *session)
 {
-    const Locked guard;
+    const MutexLock guard(registry_lock);
     for (const Link *at = registry.next; at != &registry; at = at->next) {
         if (at != session) continue;
-        ++session->holders_;
+        ++session->callers_;
         return session;
     }
     return nullptr;
 }
 
-void rgui_session::drop()
+void rgui_session::leave()
 {
     {
-        const Locked guard;
-        if (--holders_ > 0) return;
+        const MutexLock guard(registry_lock);
+        if (--callers_ > 0) return;
         unlink();
     }
     const vn::ErrnoGuard keep;
+    lock_.destroy();
     free(this);
+}
+
+void rgui_session::drop()
+{
+    {
+        const MutexLock guard(lock_);
+        if (--holders_ > 0) return;
+    }
+    leave();
 }
 
 // ---- sending
@@ -159,7 +160,7 @@ void rgui_session::add(Connection &connection, uint16_t id)
 
 Connection *rgui_session::find_and_hold(uint16_t id)
 {
-    const Locked guard;
+    const MutexLock guard(lock_);
     Connection *const connection = find(id);
     if (connection != nullptr) ++connection->holders;
     return connection;
@@ -168,7 +169,7 @@ Connection *rgui_session::find_and_hold(uint16_t id)
 void rgui_session::release(Connection &connection)
 {
     {
-        const Locked guard;
+        const MutexLock guard(lock_);
         if (--connection.holders > 0) return;
         connection.unlink();
     }
@@ -178,7 +179,7 @@ void rgui_session::release(Connection &connection)
 
 bool rgui_session::join(Connection &connection)
 {
-    const Locked guard;
+    const MutexLock guard(lock_);
     uint16_t id = next_id_;
     // Once the numbers have gone round, one may still be in use by a long-lived connection, whose
     // bytes must not reach another client: pass over it.
@@ -191,7 +192,7 @@ bool rgui_session::join(Connection &connection)
 
 Joined rgui_session::join_as(Connection &connection, uint16_t id)
 {
-    const Locked guard;
+    const MutexLock guard(lock_);
     if (stopping) return Joined::kSessionStopped;
     if (find(id) != nullptr) return Joined::kDuplicate;
     add(connection, id);
@@ -201,7 +202,7 @@ Joined rgui_session::join_as(Connection &connection, uint16_t id)
 int rgui_session::start_relay(Connection &connection)
 {
     // Under the lock, so that nobody signals the thread before its handle has been stored.
-    const Locked guard;
+    const MutexLock guard(lock_);
     const int result = pthread_create(&connection.thread, nullptr, relay_thread, &connection);
     connection.thread_runs = result == 0;
     return result;
@@ -210,7 +211,7 @@ int rgui_session::start_relay(Connection &connection)
 void rgui_session::leave_orphaned(Connection &connection)
 {
     {
-        const Locked guard;
+        const MutexLock guard(lock_);
         connection.orphan = !connection.stop;
         if (connection.orphan) return;
     }
@@ -221,7 +222,7 @@ void rgui_session::leave_orphaned(Connection &connection)
 void rgui_session::end_relay(Connection &connection)
 {
     {
-        const Locked guard;
+        const MutexLock guard(lock_);
         connection.thread_runs = false;
     }
     release(connection);
@@ -242,7 +243,7 @@ void rgui_session::end_for_other_side(Connection &connection)
     connection.announce_close = false;
     bool orphan;
     {
-        const Locked guard;
+        const MutexLock guard(lock_);
         // Bytes that are being written to the TCP peer just now came before the Close: let them go.
         wake(connection, SHUT_RD);
         orphan = connection.orphan;
@@ -253,7 +254,7 @@ void rgui_session::end_for_other_side(Connection &connection)
 
 Connection *rgui_session::take_orphan()
 {
-    const Locked guard;
+    const MutexLock guard(lock_);
     for (Link *at = connections_.next; at != &connections_; at = at->next) {
         auto *const connection = static_cast<Connection *>(at);
         if (!connection->orphan) continue;
@@ -266,7 +267,7 @@ Connection *rgui_session::take_orphan()
 void rgui_session::stop_connections()
 {
     {
-        const Locked guard;
+        const MutexLock guard(lock_);
         for (Link *at = connections_.next; at != &connections_; at = at->next) {
             auto &connection = static_cast<Connection &>(*at);
             if (connection.cut) continue;
@@ -284,7 +285,7 @@ void rgui_session::stop_connections()
 void rgui_session::stop()
 {
     {
-        const Locked guard;
+        const MutexLock guard(lock_);
         if (stopping) return;
         stopping = true;
         if (role == Role::kLocal) interrupt(listener_);
@@ -305,7 +306,7 @@ void rgui_session::stop()
 
 int rgui_session::start_listener()
 {
-    const Locked guard; // the thread lets go of its hold no earlier than it has one
+    const MutexLock guard(lock_); // the thread lets go of its hold no earlier than it has one
     const int result = pthread_create(&listener_, nullptr, listener_thread, this);
     if (result == 0) ++holders_;
     return result;
@@ -313,14 +314,14 @@ int rgui_session::start_listener()
 
 bool rgui_session::open_for_clients(int fd)
 {
-    const Locked guard;
+    const MutexLock guard(lock_);
     listening_fd_ = fd;
     return !stopping;
 }
 
 void rgui_session::close_for_clients()
 {
-    const Locked guard;
+    const MutexLock guard(lock_);
     close(listening_fd_);
     listening_fd_ = -1;
 }

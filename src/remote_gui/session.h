@@ -1,14 +1,20 @@
 // session.h - one end of a Remote GUI link, the connections it relays, and who holds them.
 //
 //     registry ---> session <---- holders: the application (until it stops the session), the
-//                     |  ^         listener thread, every connection, every running rgui_data_rx
+//                     |  ^         listener thread, every connection
+//                     |  |    <---- callers: every running rgui_data_rx and rgui_stop_*
 //                     v  |
 //                   connections <-- holders: the receive thread (or, if it could not be started,
 //                                   whoever ends the connection), every rgui_data_rx that uses it
 //
 // Invariants
-//   - A record is touched only by a holder, or under the lock. The last holder to let go takes it
-//     out of its list and frees it, whichever thread that is.
+//   - A record is touched only by a holder or a caller, or under the lock of the list that it
+//     stands in. The last one to let go takes it out of that list and frees it, whichever thread
+//     that is.
+//   - All holders of a session together count as one caller, which leaves with the last of them.
+//     Callers come in through the registry, so one that found the session keeps it, holders or not.
+//     A session without holders gets none again: it has no connections, and takes no more once it
+//     is stopped.
 //   - A connection's socket is open for as long as the connection is in its session's list, so a
 //     wake-up under the lock never meets a descriptor that has been closed or reused.
 //   - A receive thread is signalled under the lock while `thread_runs`, which the thread itself
@@ -18,9 +24,11 @@
 // sets the stop flag, signals, and shuts the socket down, which a later recv, send or accept still
 // sees.
 //
-// One lock guards all lists and all holders of all sessions: it is held for a few instructions or a
-// system call that does not block, and never while the send callback runs or a socket is written
-// to.
+// Locks. Each session has one, over its connections, their holders and its own. It is held for a
+// few instructions, the start of a thread or a system call that does not block, and never while the
+// send callback runs or a socket is written to. All sessions share the registry's, over which
+// sessions there are and how many callers each has: a few instructions, and no system call. Neither
+// is taken while the other is held, so no session waits for another one's system calls.
 #pragma once
 
 #include <atomic>
@@ -35,15 +43,7 @@
 
 namespace vn::remote_gui {
 
-extern Mutex the_lock;
-
-class VN_SCOPED_CAPABILITY Locked {
-public:
-    [[gnu::noinline]] Locked() VN_ACQUIRE(the_lock);
-    [[gnu::noinline]] ~Locked() VN_RELEASE();
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-};
+extern Mutex registry_lock;
 
 // Read without the lock. Relaxed: whoever is to see a change is woken by a system call after it.
 class Flag {
@@ -91,7 +91,7 @@ struct Connection : Link {
     int fd;
     Flag stop{false};          // asks the receive thread to end
     Flag announce_close{true}; // the other end is to hear of our end
-    unsigned holders = 1;      // this and the rest: under the lock
+    unsigned holders = 1;      // this and the rest: under the session's lock
     bool thread_runs = false;
     bool orphan = false; // its thread could not be started: whoever ends it takes the first hold
     bool cut = false;    // the session's stop has woken it
@@ -108,13 +108,14 @@ enum class Joined { kYes, kDuplicate, kSessionStopped };
 struct rgui_session : vn::remote_gui::Link {
     using Connection = vn::remote_gui::Connection;
 
-    // Held once, by the application. Null when memory ran out.
+    // Held once, for the application. Null when memory ran out.
     [[nodiscard]] static rgui_session *create(vn::remote_gui::Role role, const char *node,
                                               const char *service, rgui_send_fn send, void *ctx);
 
-    // Takes a hold on `session` and returns it, or null if it is none; any pointer will do.
-    [[nodiscard]] static rgui_session *hold(rgui_session *session);
-    void drop();
+    // The session, until the caller leaves it, or null if it is none; any pointer will do.
+    [[nodiscard]] static rgui_session *enter(rgui_session *session);
+    void leave();
+    void drop(); // by a holder
 
     int send(unsigned char *pdu, size_t length) const; // takes the PDU; null is passed on, too
     [[nodiscard]] bool announce(vn::remote_gui::Opcode opcode, uint16_t id) const;
@@ -153,18 +154,20 @@ private:
     {
     }
     ~rgui_session() = default;
-    Connection *find(uint16_t id) VN_REQUIRES(vn::remote_gui::the_lock);
-    void add(Connection &connection, uint16_t id) VN_REQUIRES(vn::remote_gui::the_lock);
-    void wake(Connection &connection, int how) VN_REQUIRES(vn::remote_gui::the_lock);
+    Connection *find(uint16_t id) VN_REQUIRES(lock_);
+    void add(Connection &connection, uint16_t id) VN_REQUIRES(lock_);
+    void wake(Connection &connection, int how) VN_REQUIRES(lock_);
     Connection *take_orphan();
 
     const rgui_send_fn send_;
     void *const ctx_;
     pthread_t listener_{};
-    unsigned holders_ VN_GUARDED_BY(vn::remote_gui::the_lock) = 1;
-    vn::remote_gui::Link connections_ VN_GUARDED_BY(vn::remote_gui::the_lock);
-    uint16_t next_id_ VN_GUARDED_BY(vn::remote_gui::the_lock) = 1;
-    int listening_fd_ VN_GUARDED_BY(vn::remote_gui::the_lock) = -1;
+    unsigned callers_ VN_GUARDED_BY(vn::remote_gui::registry_lock) = 1; // the holders
+    vn::Mutex lock_;
+    unsigned holders_ VN_GUARDED_BY(lock_) = 1;
+    vn::remote_gui::Link connections_ VN_GUARDED_BY(lock_);
+    uint16_t next_id_ VN_GUARDED_BY(lock_) = 1;
+    int listening_fd_ VN_GUARDED_BY(lock_) = -1;
 };
 
 namespace vn::remote_gui {
