@@ -398,8 +398,8 @@ TEST(CorelinkLex, AskingForATokensTextChangesNothingElse)
     EXPECT_STREQ(yyget_text(scanner), "ab");
     EXPECT_STREQ(yyget_text(scanner), "ab") << "twice";
     const Stream stream("other");
-    yy_buffer_state *const other = yy_create_buffer(stream, 16, scanner);
-    yy_switch_to_buffer(other, scanner);
+    yy_buffer_state *const file_buffer = yy_create_buffer(stream, 16, scanner);
+    yy_switch_to_buffer(file_buffer, scanner);
     EXPECT_EQ(std::string(memory, sizeof memory), before) << "left as it was";
     yy_switch_to_buffer(buffer, scanner);
     EXPECT_EQ(scanned_words(scanner),
@@ -407,7 +407,7 @@ TEST(CorelinkLex, AskingForATokensTextChangesNothingElse)
     EXPECT_EQ(std::string(memory, sizeof memory), before);
     EXPECT_STREQ(yyget_text(scanner), "");
     EXPECT_EQ(yyget_leng(scanner), 0);
-    yy_delete_buffer(other, scanner);
+    yy_delete_buffer(file_buffer, scanner);
 }
 
 TEST(CorelinkLex, NulBytesAreCharactersWhereverAPieceOfAStreamEnds)

@@ -601,18 +601,21 @@ TEST(RegistryLock, IsWaitedForWithoutBeingCancelledAndWithoutTouchingErrno)
     EXPECT_FALSE(shared.mutex.wanted());
     pthread_t waiting{};
     sys.create_error = 0;
-    ASSERT_EQ(pthread_create(
-                  &waiting, nullptr,
-                  [](void *argument) -> void * {
-                      auto &mine = *static_cast<Shared *>(argument);
-                      errno = ENOTTY;
-                      mine.mutex.lock();
-                      mine.error = errno;
-                      mine.mutex.unlock();
-                      return argument;
-                  },
-                  &shared),
-              0);
+    const int created = pthread_create(
+        &waiting, nullptr,
+        [](void *argument) -> void * {
+            auto &mine = *static_cast<Shared *>(argument);
+            errno = ENOTTY;
+            mine.mutex.lock();
+            mine.error = errno;
+            mine.mutex.unlock();
+            return argument;
+        },
+        &shared);
+    if (created != 0) {
+        shared.mutex.unlock();
+        FAIL() << strerror(created);
+    }
     while (!shared.mutex.wanted()) usleep(100);
     usleep(2000); // it naps by now
     pthread_cancel(waiting);
