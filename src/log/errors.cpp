@@ -17,15 +17,27 @@ constexpr int kSystemError = -11; // EAI_SYSTEM, which not every header shows
 static_assert(EAI_SYSTEM == kSystemError);
 #endif
 
-// Today's C libraries make it safe to ask for the text of an error number in several threads at
-// once: no text ever changes but that of an unknown number, which each thread has for itself. The
-// site and the line of release are what the memory debugger shows for the caller's message.
+// strerror_r comes in two kinds, one that returns the text and one that fills the buffer; an
+// overload for each picks the text.
+[[maybe_unused]] const char *text_of(const char *text, const char *)
+{
+    return text;
+}
+[[maybe_unused]] const char *text_of(int, const char *buffer)
+{
+    return buffer;
+}
+
+// The site and the line of release are what the memory debugger shows for the caller's message.
 void report(int code, const char *format, va_list args)
 {
     const ErrnoGuard keep;
     const bool of_the_system = code == kSystemError;
     const int number = of_the_system ? errno : code;
-    const char *const reason = of_the_system ? strerror(number) : gai_strerror(number);
+    char buffer[128] = "";
+    const char *const reason = of_the_system
+                                   ? text_of(strerror_r(number, buffer, sizeof buffer), buffer)
+                                   : gai_strerror(number);
     keep.restore(); // for a "%m" in the message
     char *text = nullptr;
     if (__vn_vasprintf(&text, "vn_verrno", 188, format, args) < 0) return;
