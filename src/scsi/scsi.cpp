@@ -8,10 +8,8 @@
 //     descriptor   code / 128 -> the few rows of four standards
 //     all others   the code is the row
 //
-// Builds for size have no indexes but one place to begin for each 16 ASCs.
+// Builds for size find the descriptors so, and walk to all other texts.
 #include "vnlib/scsi.h"
-
-#include <algorithm>
 
 #include "scsi/texts.h"
 
@@ -117,29 +115,9 @@ size_t sense_row(unsigned code)
     return kUnknownSenseCode;
 }
 
-// For each 16 ASCs, where their texts begin.
-constexpr unsigned kCodesOfABlock = 16 << 8;
-consteval auto sense_blocks()
-{
-    std::array<uint16_t, kSenseCodes[kUnknownSenseCode - 1].code / kCodesOfABlock + 1> blocks{};
-    const char *const list = kMarked<kSenseCodes>.data();
-    const char *place = list;
-    unsigned code = 0;
-    for (unsigned block = 0; block < blocks.size(); ++block) {
-        while (code < block * kCodesOfABlock) code = step(place, code);
-        blocks[block] = static_cast<uint16_t>(place - list);
-    }
-    return blocks;
-}
-constexpr auto kSenseBlocks = sense_blocks();
-
 const char *sense_text(unsigned code)
 {
-    if constexpr (kSmall) {
-        const size_t block = std::min<size_t>(code / kCodesOfABlock, kSenseBlocks.size() - 1);
-        return walk_to<kSenseCodes>(code, kSenseBlocks[block],
-                                    static_cast<unsigned>(block) * kCodesOfABlock);
-    }
+    if constexpr (kSmall) return walk_to<kSenseCodes>(code);
     return text_by_number<kSenseCodes>(sense_row(code));
 }
 
@@ -255,9 +233,8 @@ static_assert(ascend(standards_list, [](const scsi_standard &row) { return row.c
 namespace vn::scsi {
 namespace {
 
-// T10 gives a standard 32 codes; four standards are a group, or all in a build for size. Where each
-// group's rows begin:
-constexpr size_t kCodesOfAGroup = kSmall ? 0x10000 : size_t{4} * 32;
+// T10 gives a standard 32 codes; four standards are a group. Where each group's rows begin:
+constexpr size_t kCodesOfAGroup = size_t{4} * 32;
 constexpr size_t kGroups = standards_list[std::size(standards_list) - 1].code / kCodesOfAGroup + 1;
 consteval std::array<uint16_t, kGroups + 1> first_rows()
 {

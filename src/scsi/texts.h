@@ -11,9 +11,10 @@
 //                 kPool     "TEST UNIT READY\0REWIND / REZERO UNIT\0..."
 //
 //     for size    kMarked   "TEST UNIT READY\0REWIND / REZERO UNIT\0"<gap of 1>"REQUEST SENSE..."
+//                 kPlaces   | 0, 0 | 6, 107 | ...    code and offset of every sixth text or mark
 //
-// The latter is walked: a text takes the code after the one before it, and marks between the texts
-// tell where it does not.
+// The latter is walked from the nearest place: a text takes the code after the one before it, and
+// marks between the texts tell where it does not.
 #pragma once
 
 #include <algorithm>
@@ -21,6 +22,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <span>
 #include <string>
 
 #include "support/small.h"
@@ -169,9 +171,21 @@ constexpr unsigned step(const char *&place, unsigned code)
     return mark == kGapToPage ? (code | 0xFF) + 1 : code + (mark & kLongestMark);
 }
 
-// Walks from a place with a code, which is not above the one that is looked for.
-constexpr const char *walk(const char *place, unsigned at, const char *last, unsigned code)
+// Where a text or a mark begins, and the code of it.
+struct Place {
+    uint16_t code;
+    uint16_t offset;
+};
+
+// The first place has code 0, the last one the text that answers for every code without one.
+inline const char *walk(const char *list, std::span<const Place> places, unsigned code)
 {
+    const auto behind =
+        std::upper_bound(places.begin(), places.end(), code,
+                         [](unsigned wanted, const Place &place) { return wanted < place.code; });
+    const char *const last = list + places.back().offset;
+    const char *place = list + behind[-1].offset;
+    unsigned at = behind[-1].code;
     const char *text = last;
     while (place != last) {
         const auto mark = static_cast<unsigned char>(*place);
@@ -245,12 +259,52 @@ consteval auto mark_texts()
 template <const auto &kRows>
 inline constexpr auto kMarked = mark_texts<kRows>();
 
-// The walk may begin further on, at a place whose code is known.
-template <const auto &kRows>
-constexpr const char *walk_to(unsigned code, size_t offset = 0, unsigned at = 0)
+// Calls `put` with the places to begin at. None is in a run of one text, which would be missed.
+template <const auto &kRows, typename Put>
+constexpr void put_places(Put put)
 {
-    constexpr auto &kList = kMarked<kRows>;
-    return walk(&kList[offset], at, &kList[kList.size() - std::end(kRows)[-1].text.size], code);
+    constexpr int kSteps = 6;
+    constexpr size_t kLast = kMarked<kRows>.size() - std::end(kRows)[-1].text.size;
+    const char *const list = kMarked<kRows>.data();
+    const char *place = list;
+    unsigned code = 0;
+    int steps_left = 0;
+    const auto put_place = [&] {
+        put({static_cast<uint16_t>(code), static_cast<uint16_t>(place - list)});
+    };
+    while (place != list + kLast) {
+        const auto mark = static_cast<unsigned char>(*place);
+        if (steps_left <= 0 && (mark <= kGapToPage || mark >= ' ')) {
+            put_place();
+            steps_left = kSteps;
+        }
+        code = step(place, code);
+        --steps_left;
+    }
+    put_place();
+}
+
+template <const auto &kRows>
+consteval auto find_places()
+{
+    static_assert(kMarked<kRows>.size() <= 0x10000, "an offset is a 16-bit number");
+    constexpr size_t kCount = [] {
+        size_t count = 0;
+        put_places<kRows>([&](Place) { ++count; });
+        return count;
+    }();
+    std::array<Place, kCount> places{};
+    size_t count = 0;
+    put_places<kRows>([&](Place place) { places[count++] = place; });
+    return places;
+}
+template <const auto &kRows>
+inline constexpr auto kPlaces = find_places<kRows>();
+
+template <const auto &kRows>
+const char *walk_to(unsigned code)
+{
+    return walk(kMarked<kRows>.data(), kPlaces<kRows>, code);
 }
 
 } // namespace vn::scsi
