@@ -28,7 +28,6 @@ Version version()
 
 size_t encode(const uint8_t *in, char *out, size_t length, bool wrap)
 {
-    if constexpr (kSmall) return encode_groups(in, out, length, wrap);
     const Version with = version();
     const size_t lines = wrap ? length / kLineBytes : 0;
     if (lines != 0) with.encode_lines(in, lines, out);
@@ -74,14 +73,9 @@ bool decode_group(Cursor &cursor)
 size_t decode(const char *in, uint8_t *out, size_t length)
 {
     Cursor cursor{in, in + length, out};
-    if constexpr (kSmall) {
-        while (decode_group(cursor)) {
-        }
-    } else {
-        const auto decode_clean = version().decode_clean;
-        do decode_clean(cursor);
-        while (decode_group(cursor));
-    }
+    const auto decode_clean = version().decode_clean;
+    do decode_clean(cursor);
+    while (decode_group(cursor));
     return static_cast<size_t>(cursor.out - out);
 }
 

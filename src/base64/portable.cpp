@@ -1,8 +1,6 @@
 // portable.cpp - base64 group by group: three bytes are four symbols.
 #include "base64/versions.h"
 
-#include <algorithm>
-
 namespace vn::base64 {
 namespace {
 
@@ -40,22 +38,6 @@ void encode_run_portable(const uint8_t *in, size_t length, char *out)
     for (; length >= kGroupBytes; length -= kGroupBytes, in += kGroupBytes, out += kGroupSymbols)
         encode_group(in, out);
     if (length != 0) encode_last_group(in, length, out);
-}
-
-size_t encode_groups(const uint8_t *in, char *out, size_t length, bool wrap)
-{
-    char *to = out;
-    size_t column = 0;
-    while (length != 0) {
-        const size_t bytes = std::min(length, kGroupBytes);
-        encode_run_portable(in, bytes, to);
-        in += bytes;
-        length -= bytes;
-        to += kGroupSymbols;
-        column = (column + kGroupSymbols) % kLineSymbols;
-        if (wrap && column == 0) *to++ = '\n';
-    }
-    return static_cast<size_t>(to - out);
 }
 
 void encode_lines_portable(const uint8_t *in, size_t lines, char *out)

@@ -59,9 +59,6 @@ void encode_run_portable(const uint8_t *in, size_t length, char *out);
 void encode_lines_portable(const uint8_t *in, size_t lines, char *out);
 void decode_clean_portable(Cursor &cursor);
 
-// The whole of an encoding, group by group; returns the size. Small builds have no other.
-size_t encode_groups(const uint8_t *in, char *out, size_t length, bool wrap);
-
 #if VN_CPU_X86
 void encode_run_ssse3(const uint8_t *in, size_t length, char *out);
 void encode_lines_ssse3(const uint8_t *in, size_t lines, char *out);
