@@ -14,7 +14,6 @@
 
 #include "base32/versions.h"
 #include "support/bytes.h"
-#include "support/small.h"
 
 namespace vn::base32 {
 namespace {
@@ -155,56 +154,12 @@ unsigned decode_blocks([[maybe_unused]] const char *in, [[maybe_unused]] uint8_t
     return 0;
 }
 
-// ---- symbol by symbol, for small builds ----
-
-unsigned encode_singly(const uint8_t *in, char *out, size_t symbols, size_t bytes)
-{
-    unsigned sum = 0;
-    unsigned bits = 0;
-    unsigned count = 0;
-    for (; symbols != 0; --symbols) {
-        if (count < kSymbolBits) {
-            if (bytes != 0) {
-                bits |= unsigned{*in++} << count;
-                --bytes;
-            }
-            count += 8;
-        }
-        const unsigned value = bits & kSymbolMask;
-        sum += value;
-        *out++ = kAlphabet[value];
-        bits >>= kSymbolBits;
-        count -= kSymbolBits;
-    }
-    return sum;
-}
-
-unsigned decode_singly(const char *in, uint8_t *out, size_t symbols)
-{
-    unsigned sum = 0;
-    unsigned bits = 0;
-    unsigned count = 0;
-    for (; symbols != 0; --symbols) {
-        const unsigned value = kValueOf(*in++);
-        sum += value;
-        bits |= value << count;
-        count += kSymbolBits;
-        if (count < 8) continue;
-        *out++ = static_cast<uint8_t>(bits);
-        bits >>= 8;
-        count -= 8;
-    }
-    if (count != 0) *out = static_cast<uint8_t>(bits);
-    return sum;
-}
-
 // ---- the best way here ----
 
 // Writes `symbols` symbols for the data at `in` and returns the sum of their values. A cut text
 // does not need all bytes; bytes that are needed only in part are there.
 unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 {
-    if (kSmall) return encode_singly(in, out, symbols, bytes);
 #if VN_CPU_X86
     if (cpu::has(cpu::kVbmi)) return encode_vbmi(in, out, symbols, bytes);
 #endif
@@ -228,7 +183,6 @@ unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 // Stores the bits of `symbols` symbols and returns the sum of their values.
 unsigned decode(const char *in, uint8_t *out, size_t symbols)
 {
-    if (kSmall) return decode_singly(in, out, symbols);
 #if VN_CPU_X86
     if (cpu::has(cpu::kVbmi)) return decode_vbmi(in, out, symbols);
 #endif
