@@ -93,7 +93,7 @@ void store_group(uint8_t *out, uint64_t group)
 
 uint32_t four_values_at(const char *in)
 {
-    const auto value = [in](size_t k) { return uint32_t{kValueOf(in[k])}; };
+    const auto value = [in](size_t k) { return uint32_t{value_of(in[k])}; };
     return value(0) | value(1) << 8 | value(2) << 16 | value(3) << 24;
 }
 
@@ -120,7 +120,7 @@ unsigned encode_rest(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 unsigned decode_rest(const char *in, uint8_t *out, size_t symbols)
 {
     uint64_t values = 0;
-    for (size_t k = symbols; k != 0; --k) values = values << 8 | kValueOf(in[k - 1]);
+    for (size_t k = symbols; k != 0; --k) values = values << 8 | value_of(in[k - 1]);
     uint64_t group = gathered(values);
     for (size_t i = bytes_touched_by(symbols); i != 0; --i, group >>= 8)
         *out++ = static_cast<uint8_t>(group);
@@ -235,6 +235,6 @@ extern "C" int base32_decode(const char *in, uint8_t *out, int mode)
         return kDecoded;
     }
     const unsigned sum = decode(in, out, symbols);
-    if (mode == kChecked && kValueOf(in[symbols]) != (sum & kSymbolMask)) return -1;
+    if (mode == kChecked && value_of(in[symbols]) != (sum & kSymbolMask)) return -1;
     return kDecoded;
 }

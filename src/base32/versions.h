@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string_view>
 
-#include "support/character_values.h"
 #include "support/cpu.h"
 
 namespace vn::base32 {
@@ -16,9 +15,9 @@ constexpr size_t kBlockBytes = 20;
 constexpr size_t kBlockSymbols = 32;
 
 // The value of every character; those outside the alphabet and its aliases count as 0.
-consteval ValuesOfAll reverse_table()
+consteval std::array<uint8_t, 256> reverse_table()
 {
-    ValuesOfAll values{};
+    std::array<uint8_t, 256> values{};
     const auto define = [&values](char symbol, size_t value) {
         values[static_cast<uint8_t>(symbol)] = static_cast<uint8_t>(value);
         if (symbol >= 'A')
@@ -34,7 +33,10 @@ consteval ValuesOfAll reverse_table()
 inline constexpr auto kValues = reverse_table();
 static_assert(kValues['U'] == kValues['V'] && kValues['z'] == 31 && kValues['-'] == 0);
 
-inline constexpr CharacterValues<'0', 'z', 0> kValueOf(kValues);
+constexpr uint8_t value_of(char c)
+{
+    return kValues[static_cast<uint8_t>(c)];
+}
 
 constexpr size_t kGroupSymbols = 8;
 constexpr size_t kGroupBytes = 5;

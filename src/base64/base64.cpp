@@ -61,11 +61,11 @@ bool decode_group(Cursor &cursor)
     Group group;
     size_t symbols = 0;
     while (symbols < group.size() && cursor.in != cursor.end) {
-        group[symbols] = kValueOf(*cursor.in++);
+        group[symbols] = value_of(*cursor.in++);
         if (group[symbols] != kNoSymbol) ++symbols;
     }
     if (symbols < group.size() - 1) return false;
-    if (symbols < group.size()) group.back() = kValueOf(*cursor.end);
+    if (symbols < group.size()) group.back() = value_of(*cursor.end);
     store_group(cursor, group);
     return true;
 }

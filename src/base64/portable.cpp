@@ -51,10 +51,10 @@ void encode_lines_portable(const uint8_t *in, size_t lines, char *out)
 void decode_clean_portable(Cursor &cursor)
 {
     for (; cursor.left() >= kGroupSymbols; cursor.in += kGroupSymbols, cursor.out += kGroupBytes) {
-        const uint32_t a = kValueOf(cursor.in[0]);
-        const uint32_t b = kValueOf(cursor.in[1]);
-        const uint32_t c = kValueOf(cursor.in[2]);
-        const uint32_t d = kValueOf(cursor.in[3]);
+        const uint32_t a = value_of(cursor.in[0]);
+        const uint32_t b = value_of(cursor.in[1]);
+        const uint32_t c = value_of(cursor.in[2]);
+        const uint32_t d = value_of(cursor.in[3]);
         if ((a | b | c | d) >= kAlphabet.size()) return;
         const uint32_t bits = a << 18 | b << 12 | c << 6 | d;
         cursor.out[0] = static_cast<uint8_t>(bits >> 16);

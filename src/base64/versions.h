@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <string_view>
 
-#include "support/character_values.h"
 #include "support/cpu.h"
 
 namespace vn::base64 {
@@ -30,9 +29,9 @@ constexpr size_t kLineSymbols = 64;
 constexpr uint8_t kNoSymbol = 126;
 constexpr uint8_t kPaddingValue = 127;
 
-consteval ValuesOfAll reverse_table()
+consteval std::array<uint8_t, 256> reverse_table()
 {
-    ValuesOfAll values{};
+    std::array<uint8_t, 256> values{};
     values.fill(kNoSymbol);
     for (size_t value = 0; value < kAlphabet.size(); ++value)
         values[static_cast<uint8_t>(kAlphabet[value])] = static_cast<uint8_t>(value);
@@ -40,7 +39,11 @@ consteval ValuesOfAll reverse_table()
     return values;
 }
 inline constexpr auto kValues = reverse_table();
-inline constexpr CharacterValues<'+', 'z', kNoSymbol> kValueOf(kValues);
+
+constexpr uint8_t value_of(char c)
+{
+    return kValues[static_cast<uint8_t>(c)];
+}
 
 constexpr size_t symbols_for(size_t bytes)
 {
