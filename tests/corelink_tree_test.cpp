@@ -251,7 +251,12 @@ TEST(CorelinkAppend, RefusesParentsThatAreNoContainers)
         errno = 0;
         EXPECT_EQ(clparse_append_child(parent.get(), child.get()), -1);
         EXPECT_EQ(errno, ENOTDIR) << "type " << parent->type;
-        EXPECT_EQ(memcmp(&before, child.get(), sizeof before), 0);
+        EXPECT_EQ(child->tag, before.tag);
+        EXPECT_EQ(child->type, before.type);
+        EXPECT_EQ(child->value.number, before.value.number);
+        EXPECT_EQ(child->parent, before.parent);
+        EXPECT_EQ(child->next, before.next);
+        EXPECT_EQ(child->prev, before.prev);
         EXPECT_EQ(parent->next, nullptr);
     }
     EXPECT_EQ(parents[1]->value.number, 1u);
