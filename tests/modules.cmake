@@ -9,12 +9,11 @@ vnlib_test(vnstrings)
 vnlib_fault_test(vnstrings WRAP vn_memcheck_malloc vn_memcheck_free vn_memcheck_realloc)
 vnlib_test(sax)
 vnlib_fault_test(sax)
-# The same for the ways that the library was not built with: without tables, as in builds for size,
-# without blocks of text, and, where the C library shows nothing of its buffers, character by
-# character. The host is enough.
+# The same for the ways that the library was not built with: without blocks of text, and, where the
+# C library shows nothing of its buffers, character by character. The host is enough.
 if(NOT CMAKE_CROSSCOMPILING)
   set_source_files_properties(../src/sax/sax.cpp PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
-  foreach(way IN ITEMS sax_small sax_without_blocks sax_by_character)
+  foreach(way IN ITEMS sax_without_blocks sax_by_character)
     add_executable(${way}_test sax_test.cpp ../src/sax/sax.cpp)
     vnlib_warnings(${way}_test)
     target_link_libraries(${way}_test PRIVATE vnlib_static vnlib_test_support)
@@ -22,7 +21,6 @@ if(NOT CMAKE_CROSSCOMPILING)
     target_precompile_headers(${way}_test REUSE_FROM sax_test)
     add_test(NAME ${way} COMMAND ${way}_test)
   endforeach()
-  target_compile_definitions(sax_small_test PRIVATE VNLIB_SMALL=1)
   target_compile_definitions(sax_without_blocks_test PRIVATE VNLIB_PORTABLE_ONLY=1
     $<$<BOOL:${VNLIB_HAVE_IO_READ_PTR}>:VNLIB_HAVE_IO_READ_PTR=1>)
 endif()

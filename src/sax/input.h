@@ -10,9 +10,8 @@
 // afterwards, then finds it behind the last character that was taken, as if they had come one by
 // one.
 //
-// Two C libraries let the buffer be seen, each in its own way (the build looks which); elsewhere,
-// and in builds for size, the window is always empty and every character comes from
-// getc_unlocked().
+// Two C libraries let the buffer be seen, each in its own way (the build looks which); elsewhere
+// the window is always empty and every character comes from getc_unlocked().
 #pragma once
 
 #include <algorithm>
@@ -22,8 +21,6 @@
 #ifdef VNLIB_HAVE_FREADPTR
 #include <stdio_ext.h>
 #endif
-
-#include "support/small.h"
 
 namespace vn::sax {
 
@@ -63,7 +60,7 @@ private:
     const unsigned char *end_ = nullptr;
 };
 
-#if defined VNLIB_HAVE_FREADPTR && !VN_SMALL
+#if defined VNLIB_HAVE_FREADPTR
 
 inline void Input::commit()
 {
@@ -77,7 +74,7 @@ inline void Input::resume()
     end_ = at_ + count;
 }
 
-#elif defined VNLIB_HAVE_IO_READ_PTR && !VN_SMALL
+#elif defined VNLIB_HAVE_IO_READ_PTR
 
 inline void Input::commit()
 {

@@ -10,8 +10,7 @@
 //     Parser                 fills buffers, calls back; knows no XML beyond the actions
 //
 // Bytes that no row tells apart are of one class. There are so few classes that the derived tables
-// take less than 1 KiB, where state x byte would take 8. A build for size has none of them: it goes
-// through a state's rows for each character.
+// take less than 1 KiB, where state x byte would take 8.
 //
 // Invariant: between two characters every byte of the stream up to here has been acted on and none
 // behind it has been read, so that callbacks and whoever reads the stream after us see it in its
@@ -31,7 +30,6 @@
 
 #include "sax/blocks.h"
 #include "sax/input.h"
-#include "support/small.h"
 
 namespace vn::sax {
 namespace {
@@ -164,58 +162,31 @@ constexpr sax_transition state_machine[] = {
 namespace vn::sax {
 namespace {
 
-// ---- the table as it is ----
+// ---- from the table to two look-ups ----
 
 struct Step {
     uint8_t next = kContent;
     uint8_t action = kNoRow;
     bool operator==(const Step &) const = default;
 };
-
-consteval std::array<uint8_t, kStates> first_rows()
-{
-    std::array<uint8_t, kStates> first{};
-    for (size_t i = std::size(state_machine); i-- > 0;)
-        first[state_machine[i].state] = static_cast<uint8_t>(i);
-    return first;
-}
-constexpr std::array<uint8_t, kStates> kFirstRow = first_rows();
-
-constexpr bool fits(const sax_transition &row, unsigned char c)
-{
-    const auto first = static_cast<unsigned char>(row.ch);
-    return row.ch == kAny || c == first || (c > first && c <= row.ch_last);
-}
-
-constexpr Step step_by_rows(size_t state, unsigned char c)
-{
-    Step step;
-    for (size_t i = kFirstRow[state]; i < std::size(state_machine); ++i) {
-        const sax_transition &row = state_machine[i];
-        if (row.state != state || !fits(row, c)) continue;
-        step = {static_cast<uint8_t>(row.next), static_cast<uint8_t>(row.action)};
-        break;
-    }
-    if (c == '\n') step.action |= kLineFeed;
-    return step;
-}
-
-// ---- from the table to two look-ups ----
-
 using Column = std::array<Step, kStates>; // what one byte does in each state
 
 consteval std::array<Column, 256> columns()
 {
     std::array<Column, 256> of_byte{};
-    for (size_t byte = 0; byte < 256; ++byte) {
-        for (size_t state = 0; state < kStates; ++state)
-            of_byte[byte][state] = step_by_rows(state, static_cast<unsigned char>(byte));
+    for (size_t i = std::size(state_machine); i-- > 0;) { // an earlier row replaces a later one
+        const sax_transition &row = state_machine[i];
+        const size_t first = row.ch == kAny ? 0 : static_cast<unsigned char>(row.ch);
+        const size_t last = row.ch == kAny ? 255 : row.ch_last != 0 ? row.ch_last : first;
+        for (size_t byte = first; byte <= last; ++byte) {
+            of_byte[byte][row.state] = {static_cast<uint8_t>(row.next),
+                                        static_cast<uint8_t>(row.action)};
+        }
     }
     return of_byte;
 }
-constexpr std::array<Column, 256> kColumns = columns();
 
-// As it is counted, a line feed is alone in its class.
+// A line feed is alone in its class, as it is counted.
 struct Classes {
     std::array<uint8_t, 256> of_byte{};
     std::array<uint8_t, 256> example{}; // a byte of each class
@@ -223,33 +194,39 @@ struct Classes {
 };
 consteval Classes classes()
 {
+    constexpr auto kColumns = columns();
     Classes found;
     for (size_t byte = 0; byte < 256; ++byte) {
-        size_t same = 0;
+        size_t same = byte == '\n' ? found.count : 0;
         while (same < found.count && kColumns[found.example[same]] != kColumns[byte]) ++same;
         if (same == found.count) found.example[found.count++] = static_cast<uint8_t>(byte);
         found.of_byte[byte] = static_cast<uint8_t>(same);
     }
     return found;
 }
-constexpr Classes kFound = classes();
-constexpr size_t kClasses = kFound.count;
-constexpr std::array<uint8_t, 256> kClassOf = kFound.of_byte;
+constexpr size_t kClasses = classes().count;
+constexpr std::array<uint8_t, 256> kClassOf = classes().of_byte;
 
 // By class first: which row it is does not depend on the steps before, so that only the last
 // look-up has to wait for them.
 consteval std::array<Column, kClasses> steps()
 {
+    constexpr auto kColumns = columns();
+    constexpr auto kExample = classes().example;
     std::array<Column, kClasses> table{};
-    for (size_t i = 0; i < kClasses; ++i) table[i] = kColumns[kFound.example[i]];
+    for (size_t i = 0; i < kClasses; ++i) {
+        for (size_t state = 0; state < kStates; ++state) {
+            table[i][state] = kColumns[kExample[i]][state];
+            if (kExample[i] == '\n') table[i][state].action |= kLineFeed;
+        }
+    }
     return table;
 }
 constexpr std::array<Column, kClasses> kSteps = steps();
 
 Step step_for(size_t state, int c)
 {
-    const auto byte = static_cast<unsigned char>(c);
-    return kSmall ? step_by_rows(state, byte) : kSteps[kClassOf[byte]][state];
+    return kSteps[kClassOf[static_cast<unsigned char>(c)]][state];
 }
 
 // What each state appends without being left: the classes, one bit each. Line feeds are not among
@@ -380,12 +357,10 @@ bool Parser::parse()
         if (appends(step.action) && !buffers_[step.action].full()) {
             Buffer &buffer = buffers_[step.action];
             buffer.append(c);
-            if constexpr (!kSmall) {
-                const size_t more = copy_run(buffer.bytes + buffer.length,
-                                             input.ahead(kCapacity - buffer.length), step.next);
-                buffer.length += static_cast<uint32_t>(more);
-                input.take(more);
-            }
+            const size_t more = copy_run(buffer.bytes + buffer.length,
+                                         input.ahead(kCapacity - buffer.length), step.next);
+            buffer.length += static_cast<uint32_t>(more);
+            input.take(more);
         } else if (step.action != kNothing) {
             if ((step.action & kLineFeed) != 0) ++lines_;
             input.commit(); // it may call back
