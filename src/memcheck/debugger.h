@@ -28,8 +28,10 @@ struct Context {
     Context *older = nullptr;
 };
 
-extern constinit std::atomic<Context *> handle;  // null until the first start
-extern constinit std::atomic<Context *> tracker; // the same while blocks are tracked, else null
+// Hidden here too: a declaration is not by itself, and its address would be looked up in a table.
+#define VN_HIDDEN [[gnu::visibility("hidden")]]
+VN_HIDDEN extern constinit std::atomic<Context *> handle;  // null until the first start
+VN_HIDDEN extern constinit std::atomic<Context *> tracker; // while blocks are tracked, else null
 
 inline Context *current_context()
 {

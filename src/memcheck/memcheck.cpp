@@ -20,7 +20,8 @@
 #include "memcheck/screen.h"
 
 // With the tracker off the calls below are a test and a jump; inlined, what they do with the
-// tracker on would cost them a stack frame.
+// tracker on would cost them a stack frame. The context comes last, so that the other arguments are
+// where they came in.
 #define VN_OUT_OF_LINE [[gnu::noinline]]
 
 namespace vn::memcheck {
@@ -73,8 +74,8 @@ void *out_of_memory()
     return nullptr;
 }
 
-VN_OUT_OF_LINE void *allocate_guarded(Context &context, vn_alloc_fn alloc, size_t size,
-                                      const char *site, unsigned line)
+VN_OUT_OF_LINE void *allocate_guarded(vn_alloc_fn alloc, size_t size, const char *site,
+                                      unsigned line, Context &context)
 {
     if (size > kLargestGuarded) return out_of_memory();
     Records records(context.registry);
@@ -96,8 +97,8 @@ void *strike_out(Context &context, const void *ptr, const char *site)
     return block->raw();
 }
 
-VN_OUT_OF_LINE void release_guarded(Context &context, vn_free_fn release, void *ptr,
-                                    const char *site)
+VN_OUT_OF_LINE void release_guarded(vn_free_fn release, void *ptr, const char *site,
+                                    Context &context)
 {
     release(strike_out(context, ptr, site));
     count(context.total, -1);
@@ -110,8 +111,8 @@ void *resize_raw(void *raw, size_t size)
 
 // Whatever allocator made the block, it is resized by the C library. When that fails the block
 // stays what and where it was.
-VN_OUT_OF_LINE void *resize_guarded(Context &context, void *ptr, size_t size, const char *site,
-                                    unsigned line)
+VN_OUT_OF_LINE void *resize_guarded(void *ptr, size_t size, const char *site, unsigned line,
+                                    Context &context)
 {
     Block *const lifted = context.registry.lift(ptr);
     if (lifted == nullptr)
@@ -128,8 +129,8 @@ VN_OUT_OF_LINE void *resize_guarded(Context &context, void *ptr, size_t size, co
     return record(context, std::move(block), std::move(spare_site), site);
 }
 
-VN_OUT_OF_LINE void *allocate_for_device(Context &context, vn_alloc_fn alloc, size_t size,
-                                         const char *site)
+VN_OUT_OF_LINE void *allocate_for_device(vn_alloc_fn alloc, size_t size, const char *site,
+                                         Context &context)
 {
     if (site == nullptr) return alloc(size); // handed out all the same, but not on record
     Records records(context.registry);
@@ -162,14 +163,14 @@ void vn_free(void *ptr)
 void *vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line)
 {
     if (Context *const context = tracking()) [[unlikely]]
-        return allocate_guarded(*context, alloc, size, site, line);
+        return allocate_guarded(alloc, size, site, line, *context);
     return alloc(size);
 }
 
 void vn_memcheck_free(vn_free_fn release, void *ptr, const char *site)
 {
     if (Context *const context = tracking()) [[unlikely]]
-        return release_guarded(*context, release, ptr, site);
+        return release_guarded(release, ptr, site, *context);
     release(ptr);
 }
 
@@ -181,14 +182,14 @@ void *vn_memcheck_realloc(void *ptr, size_t size, const char *site, unsigned lin
         return nullptr;
     }
     if (Context *const context = tracking()) [[unlikely]]
-        return resize_guarded(*context, ptr, size, site, line);
+        return resize_guarded(ptr, size, site, line, *context);
     return realloc(ptr, size);
 }
 
 void *vn_dmacheck_malloc(vn_alloc_fn alloc, size_t size, const char *site)
 {
     if (Context *const context = tracking()) [[unlikely]]
-        return allocate_for_device(*context, alloc, size, site);
+        return allocate_for_device(alloc, size, site, *context);
     return alloc(size);
 }
 
