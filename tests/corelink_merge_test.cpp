@@ -600,8 +600,20 @@ TEST(CorelinkMergeFunction, EndsTheSearchAtATargetFunctionThatYieldsNothing)
         if (operation == clparse_insert) {
             EXPECT_EQ(target.at("3")->value.number, 20u);
         }
-        EXPECT_EQ(log, "+t-t");
+        EXPECT_EQ(log, "+t") << "there is no result to release";
     }
+}
+
+TEST(CorelinkMergeFunction, EndsOnlyTheSearchAtATargetFunctionThatYieldsNothingAndWouldFail)
+{
+    std::string log;
+    Yield t(nullptr, 1, &log), s(nullptr, 0, &log);
+    const Tree results("xx=1");
+    s.result = results.at("xx");
+    const Tree target{t.node("t")}, source{s.node("s"), number("yy", 2)};
+    EXPECT_EQ(clparse_insert(target, source), 0);
+    EXPECT_EQ(log, "+s+t-s+t");
+    EXPECT_EQ(target.at("yy")->value.number, 2u);
 }
 
 TEST(CorelinkMergeFunction, ReportsATargetFunctionThatYieldsNothing)
@@ -610,7 +622,7 @@ TEST(CorelinkMergeFunction, ReportsATargetFunctionThatYieldsNothing)
     const Tree target{t.node("t")}, source("yy=1");
     const std::string lines = log_of([&] { EXPECT_EQ(clparse_insert(target, source), 0); });
     EXPECT_THAT(lines, testing::HasSubstr("ERROR: clparse_search_tree +1135:NULL clparse node!"));
-    EXPECT_EQ(t.calls, "+t-t");
+    EXPECT_EQ(t.calls, "+t");
     EXPECT_EQ(target.at("yy")->value.number, 1u);
 }
 
@@ -756,7 +768,7 @@ public:
                     result = found_action(*d, *s);
                     found = result == 0;
                 }
-                if (release(d_entry) != 0) {
+                if (d != nullptr && release(d_entry) != 0) {
                     release(entry);
                     return -1;
                 }

@@ -295,8 +295,9 @@ VN_API int cl_cat_array_element(char **text, size_t capacity, const char *format
  * Function nodes stand for the node that they yield, on both sides. Each resolve call is followed
  * by the release call once the result has served; the merge ends with -1 when a release callback
  * reports a failure. Results still in use when a merge ends early are released, the innermost
- * first. A source function node that yields nothing is passed over. A target one, and a null link
- * in a target list, are reported on the log (level 3) and end the search without a match.
+ * first. A source function node that yields nothing is passed over (its release callback is called
+ * all the same). A target one, whose release callback is not called then, and a null link in a
+ * target list are reported on the log (level 3) and end the search without a match.
  *
  * All three return 0, or -1 as above and when memory is short, the target's root has no child list,
  * or an insert would put a list of children below itself; what was merged by then stays. Source and

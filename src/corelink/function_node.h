@@ -1,6 +1,7 @@
 // function_node.h - using the node that a function node yields.
 //
-// Every resolve() is followed by one release_result(), whatever it gave.
+// Every resolve() is followed by one release_result(), whatever it gave; only a merge does not make
+// the call to a target that gave nothing.
 #pragma once
 
 #include "vnlib/corelink.h"

@@ -12,8 +12,9 @@
 // so that trees which share parts can be merged although a container in one place may become a
 // leaf, and lose its members, while they are being read in another.
 //
-// Invariant: every resolve callback that was made is followed by its release callback, on every way
-//            out; where the merge ends early, from the innermost level outwards.
+// Invariant: every node that a function node yields is given back with its release callback, on
+//            every way out; where the merge ends early, from the innermost level outwards. A target
+//            function that yields nothing has nothing to take back.
 #include <cstring>
 #include <utility>
 
@@ -222,11 +223,12 @@ Outcome Merge::search(Level &level)
 }
 
 // Whether the source node finds its match in a target child. A function node stays in use; one that
-// yields nothing ends the search, as a broken list does.
+// yields nothing ends the search, as a broken list does, and is not called again.
 Outcome Merge::offer(Level &level, clparse_node &entry)
 {
     clparse_node *const target = use(entry, level.target_function);
     if (target == nullptr) {
+        level.target_function = nullptr;
         report_null_node();
         return Outcome::kMissing;
     }
