@@ -93,21 +93,29 @@ private:
 };
 
 // The local time in the form of ctime, with a blank in place of its line feed. Kept for the second
-// that it is good for: finding out the local time costs more than sending a line.
+// and the time zone that it is good for: finding out the local time costs more than sending a line.
 class Clock {
 public:
     std::string_view text()
     {
         const time_t now = time(nullptr);
-        if (now != shown_ || length_ == 0) read(now);
+        const std::string_view zone = current_zone();
+        if (now != shown_ || zone != std::string_view(zone_, zone_length_)) read(now, zone);
         return {text_, length_};
     }
-    void forget() { length_ = 0; }
 
 private:
-    void read(time_t now)
+    // What TZ says; a program may change it at any time.
+    static std::string_view current_zone()
     {
-        shown_ = now;
+        const char *const zone = getenv("TZ");
+        return zone != nullptr ? zone : "/etc/localtime";
+    }
+    void read(time_t now, std::string_view zone)
+    {
+        shown_ = zone.size() <= sizeof zone_ ? now : kNever;
+        zone_length_ = std::min(zone.size(), sizeof zone_);
+        memcpy(zone_, zone.data(), zone_length_);
         length_ = 0;
 #ifdef __GLIBC__
         tzset(); // as ctime does, and its reentrant form does not
@@ -117,9 +125,13 @@ private:
         text_[length_ - 1] = ' ';
     }
 
-    time_t shown_ = 0;
+    static constexpr time_t kNever = -1;
+
+    time_t shown_ = kNever;
     size_t length_ = 0;
+    size_t zone_length_ = 0;
     char text_[32] = {};
+    char zone_[64];
 };
 
 // SO_REUSEADDR, because the connections of a stream that has ended linger for a minute: whoever was
@@ -181,10 +193,6 @@ bool vn_tellog::start(unsigned port)
 {
     listener_ = listen_on(port);
     running_ = true;
-    {
-        const vn::MutexLock hold(mutex_);
-        clock_.forget();
-    }
     if (vn::create_quiet_thread(&server_, serve, this) == 0) return true;
     running_ = false;
     const vn::Fd closed(listener_);
