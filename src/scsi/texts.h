@@ -206,10 +206,26 @@ consteval bool no_text_begins_with_a_mark()
     return true;
 }
 
+// What `generate` puts, as an array. It is run twice: to count, and to fill.
+template <typename Element, typename Generate>
+consteval auto collected(Generate generate)
+{
+    constexpr size_t kCount = [] {
+        size_t count = 0;
+        Generate{}([&](const Element &) { ++count; });
+        return count;
+    }();
+    std::array<Element, kCount> all{};
+    size_t count = 0;
+    generate([&](const Element &element) { all[count++] = element; });
+    return all;
+}
+
 // Calls `put` with each character of the marked texts.
 template <const auto &kRows, typename Put>
 constexpr void put_marked(Put put)
 {
+    static_assert(no_text_begins_with_a_mark<kRows>());
     const auto put_text = [&](const Literal &text) {
         for (size_t i = 0; i < text.size; ++i) put(text.characters[i]);
     };
@@ -243,26 +259,13 @@ constexpr void put_marked(Put put)
 }
 
 template <const auto &kRows>
-consteval auto mark_texts()
-{
-    static_assert(no_text_begins_with_a_mark<kRows>());
-    constexpr size_t kSize = [] {
-        size_t size = 0;
-        put_marked<kRows>([&](char) { ++size; });
-        return size;
-    }();
-    std::array<char, kSize> marked{};
-    size_t size = 0;
-    put_marked<kRows>([&](char c) { marked[size++] = c; });
-    return marked;
-}
-template <const auto &kRows>
-inline constexpr auto kMarked = mark_texts<kRows>();
+inline constexpr auto kMarked = collected<char>([](auto put) { put_marked<kRows>(put); });
 
 // Calls `put` with the places to begin at. None is in a run of one text, which would be missed.
 template <const auto &kRows, typename Put>
 constexpr void put_places(Put put)
 {
+    static_assert(kMarked<kRows>.size() <= 0x10000, "an offset is a 16-bit number");
     constexpr int kSteps = 6;
     constexpr size_t kLast = kMarked<kRows>.size() - std::end(kRows)[-1].text.size;
     const char *const list = kMarked<kRows>.data();
@@ -285,21 +288,7 @@ constexpr void put_places(Put put)
 }
 
 template <const auto &kRows>
-consteval auto find_places()
-{
-    static_assert(kMarked<kRows>.size() <= 0x10000, "an offset is a 16-bit number");
-    constexpr size_t kCount = [] {
-        size_t count = 0;
-        put_places<kRows>([&](Place) { ++count; });
-        return count;
-    }();
-    std::array<Place, kCount> places{};
-    size_t count = 0;
-    put_places<kRows>([&](Place place) { places[count++] = place; });
-    return places;
-}
-template <const auto &kRows>
-inline constexpr auto kPlaces = find_places<kRows>();
+inline constexpr auto kPlaces = collected<Place>([](auto put) { put_places<kRows>(put); });
 
 template <const auto &kRows>
 const char *walk_to(unsigned code)
