@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -104,21 +105,44 @@ inline void finish(uint8_t *buffer, size_t pending, const Length &bits, Compress
     compress(buffer, size_t{1});
 }
 
-// Copies fewer than 64 bytes, in two pieces that may overlap: a call would cost more.
-inline void copy_short(uint8_t *to, const uint8_t *from, size_t length)
-{
-    const auto both_ends = [=]<size_t kSize>(std::integral_constant<size_t, kSize>) {
-        std::array<uint8_t, kSize> last;
-        std::memcpy(last.data(), from + length - kSize, kSize);
-        std::memcpy(to, from, kSize);
-        std::memcpy(to + length - kSize, last.data(), kSize);
-    };
-    if (length >= 32) return both_ends(std::integral_constant<size_t, 32>{});
-    if (length >= 16) return both_ends(std::integral_constant<size_t, 16>{});
-    if (length >= 8) return both_ends(std::integral_constant<size_t, 8>{});
-    if (length >= 4) return both_ends(std::integral_constant<size_t, 4>{});
-    for (size_t i = 0; i < length; ++i) to[i] = from[i];
-}
+// Sixteen bytes of a message's last blocks, in one register where the processor has such: a block
+// function that loads what was stored in smaller pieces would have to wait for the memory.
+struct Piece {
+    static constexpr size_t kSize = 16;
+    uint64_t first = 0; // in the order of memory, the first byte in the lowest place
+    uint64_t second = 0;
+
+    // The `length` bytes at `from`, fewer than 16, and the byte after the message.
+    static Piece ended(const uint8_t *from, size_t length)
+    {
+        const auto end = [](size_t place) { return uint64_t{0x80} << 8 * place; };
+        const auto both_ends = [=]<typename Number>(Number) { // they may overlap
+            const size_t rest = length - sizeof(Number);
+            return uint64_t{bytes::load_little<Number>(from)} |
+                   uint64_t{bytes::load_little<Number>(from + rest)} << 8 * rest;
+        };
+        if (length > 8) {
+            const uint64_t last = bytes::load_little<uint64_t>(from + length - 8);
+            return {bytes::load_little<uint64_t>(from),
+                    last >> 8 * (16 - length) | end(length - 8)};
+        }
+        if (length == 8) return {bytes::load_little<uint64_t>(from), end(0)};
+        if (length >= 4) return {both_ends(uint32_t{}) | end(length), 0};
+        if (length >= 2) return {both_ends(uint16_t{}) | end(length), 0};
+        if (length == 1) return {*from | end(1), 0};
+        return {end(0), 0};
+    }
+
+    void store(uint8_t *to) const
+    {
+        using Register [[gnu::vector_size(kSize)]] = uint64_t;
+        const auto stored = [](uint64_t number) {
+            return std::endian::native == std::endian::little ? number : bytes::swapped(number);
+        };
+        const Register both = {stored(first), stored(second)};
+        std::memcpy(to, &both, kSize);
+    }
+};
 
 // Takes in a whole message at once, from the first block to the last: no context, no copying but of
 // the last bytes.
@@ -131,14 +155,21 @@ inline void whole(const uint8_t *data, size_t length, const Length &bits, Compre
     }
     const size_t blocks = length / kBlockSize;
     if (blocks != 0) compress(data, blocks);
+    data += blocks * kBlockSize;
     const size_t rest = length % kBlockSize;
     const size_t last_blocks = rest < kBlockSize - kLengthSize ? 1 : 2;
+    const size_t last_piece = last_blocks * kBlockSize - Piece::kSize;
     uint8_t last[2 * kBlockSize];
-    std::memset(last, 0, kBlockSize);
-    if (last_blocks == 2) std::memset(last + kBlockSize, 0, kBlockSize);
-    copy_short(last, data + blocks * kBlockSize, rest);
-    last[rest] = 0x80;
-    std::memcpy(last + last_blocks * kBlockSize - kLengthSize, bits.data(), kLengthSize);
+    size_t at = 0;
+    for (; at + Piece::kSize <= rest; at += Piece::kSize)
+        std::memcpy(last + at, data + at, Piece::kSize);
+    Piece piece = Piece::ended(data + at, rest - at);
+    for (; at != last_piece; at += Piece::kSize) {
+        piece.store(last + at);
+        piece = {};
+    }
+    piece.second = bytes::load_little<uint64_t>(bits.data());
+    piece.store(last + last_piece);
     compress(last, last_blocks);
 }
 
