@@ -185,7 +185,8 @@ TEST_P(Crc32cVersions, ReadNoByteBeyondTheBuffer)
 
 INSTANTIATE_TEST_SUITE_P(All, DigestVersions,
                          testing::ValuesIn(here({{"Portable", cpu::kNothing},
-                                                 {"Instructions", cpu::kSha1 | cpu::kSha256}})),
+                                                 {"Instructions", cpu::kSha1 | cpu::kSha256},
+                                                 {"Avx512", cpu::kSha1Avx512}})),
                          name_of);
 
 TEST_P(DigestVersions, AgreeWithThePortableOnesForEveryLengthAndAlignment)

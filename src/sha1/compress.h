@@ -23,10 +23,16 @@ void compress_looped(uint32_t *state, const uint8_t *blocks, size_t count); // t
 #if VN_CPU_SHA
 void compress_native(uint32_t *state, const uint8_t *blocks, size_t count);
 #endif
+#if VN_CPU_X86
+void compress_avx512(uint32_t *state, const uint8_t *blocks, size_t count);
+#endif
 
 // Calls the best version that this processor has.
 inline void compress(uint32_t *state, const uint8_t *blocks, size_t count)
 {
+#if VN_CPU_X86
+    if (cpu::has(cpu::kSha1Avx512)) return compress_avx512(state, blocks, count);
+#endif
 #if VN_CPU_SHA
     if (cpu::has(cpu::kSha1)) return compress_native(state, blocks, count);
 #endif

@@ -61,6 +61,7 @@ uint32_t find()
     if (all_set(saved, kZmmState) && all_set(seven.ebx, kAvx512)) {
         if (all_set(seven.ecx, bit_AVX512VBMI)) found |= kVbmi;
         if (all_set(seven.ecx, bit_VPCLMULQDQ) && (found & kCrc32) != 0) found |= kWideClmul;
+        if ((found & kSha1) != 0) found |= kSha1Avx512;
     }
     return found;
 }

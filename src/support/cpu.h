@@ -38,14 +38,15 @@ namespace vn::cpu {
 // Each bit stands for all that a version needs, support by the operating system included.
 enum Feature : uint32_t {
     kNothing = 0,
-    kCrc32 = 1u << 0,     // x86: SSE4.2 and PCLMULQDQ; ARM: the CRC32 instructions
-    kWideClmul = 1u << 1, // x86: kCrc32, AVX-512 (F, BW, DQ, VL) and VPCLMULQDQ
-    kSha1 = 1u << 2,      // x86: SHA extensions; ARM: the SHA-1 instructions
-    kSha256 = 1u << 3,    // x86: SHA extensions; ARM: the SHA-256 instructions
-    kSsse3 = 1u << 4,     // x86
-    kAvx2 = 1u << 5,      // x86
-    kVbmi = 1u << 6,      // x86: AVX-512 (F, BW, DQ, VL) and VBMI
-    kNeon = 1u << 7,      // AArch64
+    kCrc32 = 1u << 0,      // x86: SSE4.2 and PCLMULQDQ; ARM: the CRC32 instructions
+    kWideClmul = 1u << 1,  // x86: kCrc32, AVX-512 (F, BW, DQ, VL) and VPCLMULQDQ
+    kSha1 = 1u << 2,       // x86: SHA extensions; ARM: the SHA-1 instructions
+    kSha256 = 1u << 3,     // x86: SHA extensions; ARM: the SHA-256 instructions
+    kSsse3 = 1u << 4,      // x86
+    kAvx2 = 1u << 5,       // x86
+    kVbmi = 1u << 6,       // x86: AVX-512 (F, BW, DQ, VL) and VBMI
+    kNeon = 1u << 7,       // AArch64
+    kSha1Avx512 = 1u << 8, // x86: kSha1 and AVX-512 (F, BW, DQ, VL)
     kEverything = 0x7FFF'FFFFu
 };
 
