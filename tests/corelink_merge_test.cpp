@@ -974,7 +974,7 @@ TEST(CorelinkMerge, DoesWhatThePlainWalkDoesOnWideTrees)
 {
     const QuietLog quiet;
     for (unsigned seed = 0; seed < 30 && !HasFatalFailure(); ++seed)
-        compare_with_the_plain_walk(seed, 80, 1, seed % 2 == 0 ? 0 : 200);
+        compare_with_the_plain_walk(seed, 80 + 10 * seed, 1, seed % 2 == 0 ? 0 : 200);
 }
 
 TEST(CorelinkMerge, DoesWhatThePlainWalkDoesOnTreesInOneOrder)

@@ -39,8 +39,10 @@ enum class Outcome {
     kFailed      // the merge is over
 };
 
-// How many comparisons a level takes part in before an index may pay.
-constexpr size_t kIndexFrom = 32;
+// An index of a level's children costs as much as a few walks over them. It may pay after so many
+// comparisons, when so many searches are still to come.
+constexpr size_t kIndexFrom = 16;
+constexpr int kIndexFor = 4;
 
 void report_null_node()
 {
@@ -146,6 +148,8 @@ private:
     [[nodiscard]] bool would_close_a_ring(const Level &level, const clparse_node &copy) const;
     bool append_copy(Level &level, OwnedNode &copy);
     MatchIndex *index_of(Level &level);
+    static bool index_may_pay(const Level &level);
+    static void drop_index(Level &level);
     clparse_node *use(clparse_node &entry, clparse_node *&function);
     bool release(clparse_node *&function);
 
@@ -208,8 +212,12 @@ Outcome Merge::step()
 Outcome Merge::search(Level &level)
 {
     if (MatchIndex *const index = index_of(level)) {
-        clparse_node *const target = index->find(*level.source);
-        return target != nullptr ? join(*target, *level.source) : Outcome::kMissing;
+        clparse_node *target;
+        const MatchIndex::Answer answer = index->find(*level.source, target);
+        if (answer == MatchIndex::Answer::kFound) return join(*target, *level.source);
+        if (answer == MatchIndex::Answer::kMissing) return Outcome::kMissing;
+        drop_index(level);
+        level.index_when = SIZE_MAX;
     }
     clparse_node *entry = level.target_list->next;
     for (; entry != level.target_list && entry != nullptr; entry = entry->next) {
@@ -276,25 +284,37 @@ bool Merge::append_copy(Level &level, OwnedNode &copy)
     if (!copy || would_close_a_ring(level, *copy)) return false;
     clparse_node &child = *copy.release();
     append(*level.target, child);
-    if (level.index != nullptr && !level.index->add(child)) {
-        MatchIndex::destroy(std::exchange(level.index, nullptr));
-    }
+    if (level.index != nullptr) level.index->add(child);
     return true;
 }
 
-// The index of the target's children, from the time that walking them has cost as much as making
-// it, and as long as no callback can have changed them.
+// The index of the target's children, from the time that it may pay, and as long as no callback can
+// have changed them.
 MatchIndex *Merge::index_of(Level &level)
 {
-    if (level.index != nullptr && level.index_callbacks != callbacks_) {
-        MatchIndex::destroy(std::exchange(level.index, nullptr));
-    }
-    if (level.index == nullptr && level.compared >= level.index_when) {
-        level.index = MatchIndex::build(*level.target_list, level.compared);
+    if (level.index != nullptr && level.index_callbacks != callbacks_) drop_index(level);
+    if (level.index == nullptr && index_may_pay(level)) {
+        level.index = MatchIndex::of(*level.target_list);
         level.index_callbacks = callbacks_;
         level.index_when = level.compared * 2;
     }
     return level.index;
+}
+
+bool Merge::index_may_pay(const Level &level)
+{
+    if (level.compared < level.index_when) return false;
+    const clparse_node *entry = level.source_entry;
+    for (int searches = 1; searches < kIndexFor; ++searches) {
+        if (entry == level.source_last || entry == nullptr) return false;
+        entry = entry->next;
+    }
+    return true;
+}
+
+void Merge::drop_index(Level &level)
+{
+    MatchIndex::destroy(std::exchange(level.index, nullptr));
 }
 
 // The node to work on for a list entry. A function node is kept in `function` until release().

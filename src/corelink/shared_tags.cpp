@@ -34,6 +34,17 @@ size_t SharedTags::find(const char *tag) const
     return slot;
 }
 
+// Moves the entries in use to the front. Nobody can foresee which those are, the processor least of
+// all: each is moved, and the next one overwrites it if it was a free one.
+void SharedTags::gather(Entry *slots, size_t count)
+{
+    size_t used = 0;
+    for (size_t i = 0; i < count; ++i) {
+        slots[used] = slots[i];
+        used += slots[i].tag != nullptr ? 1 : 0;
+    }
+}
+
 bool SharedTags::make_room()
 {
     if (2 * (used_ + 1) <= slots_of(bits_)) return true;
@@ -41,11 +52,10 @@ bool SharedTags::make_room()
     auto *const slots = static_cast<Entry *>(calloc(size_t{1} << bits, sizeof(Entry)));
     if (slots == nullptr) return false;
     Entry *const old = slots_;
-    const size_t old_count = slots_of(bits_);
+    gather(old, slots_of(bits_));
     slots_ = slots;
     bits_ = bits;
-    for (size_t i = 0; i < old_count; ++i)
-        if (old[i].tag != nullptr) slots_[find(old[i].tag)] = old[i];
+    for (size_t i = 0; i < used_; ++i) slots_[find(old[i].tag)] = old[i];
     free(old);
     return true;
 }

@@ -35,6 +35,7 @@ private:
     bool drop_shared(const char *tag) VN_EXCLUDES(mutex_);
     [[nodiscard]] size_t home(const char *tag) const VN_REQUIRES(mutex_);
     [[nodiscard]] size_t find(const char *tag) const VN_REQUIRES(mutex_);
+    static void gather(Entry *slots, size_t count);
     bool make_room() VN_REQUIRES(mutex_);
     void erase(size_t slot) VN_REQUIRES(mutex_);
 
