@@ -571,6 +571,13 @@ TEST_F(QueueWork, OnAllVisitsSlotsThenEveryListInOrder)
     EXPECT_EQ(seen, std::vector<void *>({nullptr, queue->slots[1], item(1), item(2), item(4)}));
 }
 
+TEST_F(QueueWork, OnAllHandsItsArgumentOn)
+{
+    start(1, 1);
+    fill_list(0, {1});
+    EXPECT_EQ(calls_of([&] { q_work_all(queue, work, item(9)); }), Strings({"work 9", "work 9"}));
+}
+
 TEST_F(QueueWork, MayRemoveTheCurrentElement)
 {
     start(1, 2);
@@ -822,6 +829,16 @@ TEST_F(QueueDelete, EverywhereReturnsZeroWhenNothingIsSelectedOrThereAreNoLists)
     q_exit(without_lists, nullptr);
 }
 
+TEST_F(QueueDelete, EverywhereHandsBothArgumentsOn)
+{
+    start(1, 1);
+    fill_slots({1});
+    fill_list(0, {2});
+    release_answer = [](void *data) { return number_of(data) == 1 ? 3 : 1; };
+    EXPECT_EQ(calls_of([&] { EXPECT_EQ(q_delete(queue, selects, item(50), item(60)), 1); }),
+              Strings({"select 1 50", "release 1 60", "select 2 50", "release 2 60"}));
+}
+
 TEST_F(QueueDelete, SparesAnElementThatItsCallbacksMovedAway)
 {
     start(1, 1);
@@ -939,6 +956,16 @@ TEST_F(QueueClean, EverywhereEmptiesTheListsAfterTheSlotsAndReturnsTheSlotsCount
     fill_list(1, {5, 6});
     EXPECT_EQ(q_clean(queue, nullptr), 3);
     EXPECT_EQ(q_queuecount(queue) + q_listcount(queue, 0) + q_listcount(queue, 1), 0u);
+}
+
+TEST_F(QueueClean, EverywhereGoesOnAfterASlotResultOfZero)
+{
+    start(1, 1);
+    fill_list(0, {4});
+    clean_answer = [](void *what) { return what == nullptr ? 0 : 1; };
+    EXPECT_EQ(calls_of([&] { EXPECT_EQ(q_clean(queue, item(7)), 0); }),
+              Strings({"clean 7", "clean 7"}));
+    EXPECT_EQ(items_of(queue, 0), Items());
 }
 
 TEST_F(QueueClean, EverywhereIsEndedByASlotResultOfTwo)
