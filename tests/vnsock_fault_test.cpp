@@ -297,6 +297,14 @@ TEST_F(VnsockListenFault, ReportsFlagsThatCannotBeReadOrWritten)
     }
 }
 
+TEST_F(VnsockListenFault, AsksForNoStatusFlagsWhenNoneAreToBeAdded)
+{
+    faults.calls = {{"F_GETFL", EPERM}, {"F_SETFL", EPERM}};
+    const int fd = listen_anywhere();
+    EXPECT_GE(fd, 0);
+    close(fd);
+}
+
 TEST_F(VnsockListenFault, TriesTheNextAddressWhenListeningFails)
 {
     faults.calls["listen"] = EOPNOTSUPP;

@@ -482,7 +482,8 @@ TEST_F(VnsockConnect, GoesOnUnboundWhenThereIsNoSuchInterface)
 TEST_F(VnsockConnect, BindsToTheInterfaceGiven)
 {
     if (test::kEmulated) GTEST_SKIP() << "qemu does not tell which interface a socket is bound to";
-    const int fd = connect("lo");
+    int fd = -1;
+    EXPECT_EQ(log_lines([&] { fd = connect("lo"); }), Lines{});
     char name[IFNAMSIZ] = "";
     socklen_t length = sizeof name;
     EXPECT_EQ(getsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name, &length), 0);
@@ -837,6 +838,15 @@ TEST(VnGetmac, FailsForANameTooLongForAnyPath)
 {
     unsigned char mac[6];
     EXPECT_EQ(vn_getmac(std::string(10000, 'x').c_str(), mac), -1);
+}
+
+TEST(VnGetmac, TakesAPathOfUpTo4094Characters)
+{
+    if (access("/sys/class/net/lo/address", R_OK) != 0) GTEST_SKIP() << "no sysfs here";
+    const size_t room = 4094 - strlen("/sys/class/net/lo/address");
+    unsigned char mac[6];
+    EXPECT_EQ(vn_getmac((std::string(room, '/') + "lo").c_str(), mac), 0);
+    EXPECT_EQ(vn_getmac((std::string(room + 1, '/') + "lo").c_str(), mac), -1);
 }
 
 TEST(VnGetmac, RefusesNullArguments)
