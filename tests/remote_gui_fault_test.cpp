@@ -33,7 +33,7 @@ Faults faults;
 
 // What a test does inside the library's next call, once.
 using Interlude = std::atomic<const std::function<void()> *>;
-Interlude in_thread_start, in_signal, in_shutdown;
+Interlude in_thread_start, in_signal, in_shutdown, in_no_delay;
 
 void play(Interlude &interlude)
 {
@@ -109,7 +109,10 @@ ssize_t __wrap_send(int fd, const void *from, size_t size, int flags)
 }
 int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_t length)
 {
-    if (level == IPPROTO_TCP && option == TCP_NODELAY && fails(faults.no_delay_errno)) return -1;
+    if (level == IPPROTO_TCP && option == TCP_NODELAY) {
+        play(in_no_delay);
+        if (fails(faults.no_delay_errno)) return -1;
+    }
     return __real_setsockopt(fd, level, option, value, length);
 }
 int __wrap_shutdown(int fd, int how)
@@ -593,6 +596,24 @@ TEST_F(RemoteFault, ReportsARefusalThatCouldNotBeSent)
     EXPECT_EQ(lines, (Lines{failed, failed, "ERROR: create_pdu: Cannot allocate memory (12)"}));
     EXPECT_TRUE(wire_.silent());
     faults.thread_starts_to_fail = 0;
+}
+
+TEST_F(RemoteFault, KeepsOnlyTheConnectionOfAnOpenThatOvertookAnother)
+{
+    const std::function<void()> overtake = [this] {
+        EXPECT_EQ(feed(session_, make_pdu(kOpen, 5)), 0);
+    };
+    in_no_delay = &overtake;
+    ASSERT_EQ(log_lines([&] { EXPECT_EQ(feed(session_, make_pdu(kOpen, 5)), 0); }),
+              Lines{"ERROR: RGUI: Open Connection: Duplicate connection ID"});
+    const int overtaken = accept(gui_, nullptr, nullptr), kept = accept(gui_, nullptr, nullptr);
+    EXPECT_TRUE(at_end(overtaken));
+    write_all(kept, "x");
+    EXPECT_EQ(wire_.next(), make_pdu(kData, 5, "x"));
+    close(overtaken);
+    close(kept);
+    EXPECT_EQ(wire_.next(), make_pdu(kClose, 5));
+    EXPECT_TRUE(wire_.silent());
 }
 
 TEST_F(RemoteFault, ConnectsAlthoughItCannotSendWithoutDelay)

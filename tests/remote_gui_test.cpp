@@ -846,6 +846,24 @@ TEST_F(RemoteEnd, TakesALateOpenForARefusalWhileItEnds)
     close(server);
 }
 
+TEST_F(RemoteEnd, OutlivesFurtherStopsUntilItsLastConnectionEnds)
+{
+    std::atomic<int> late_close = -1;
+    wire_.on_send([&](const Bytes &pdu) {
+        if (pdu[0] != kData) return 0;
+        rgui_stop_remote(session_);
+        rgui_stop_remote(session_);
+        late_close = feed(session_, make_pdu(kClose, 99)); // -1 once it is gone
+        return 0;
+    });
+    const int server = open(1);
+    write_all(server, "x");
+    EXPECT_EQ(wire_.next(), make_pdu(kData, 1, "x"));
+    EXPECT_EQ(late_close, 0);
+    EXPECT_EQ(wire_.next(), make_pdu(kClose, 1));
+    close(server);
+}
+
 TEST_F(RemoteEnd, WakesAWriterWhoseServerDoesNotReadWhenStopped)
 {
     const int server = open(1);
