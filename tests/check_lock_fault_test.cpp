@@ -20,8 +20,12 @@ int mutex_spin_unlock(void **lock);
 
 int __real_pthread_spin_init(pthread_spinlock_t *lock, int pshared);
 int __real_pthread_spin_destroy(pthread_spinlock_t *lock);
+int __real_pthread_spin_lock(pthread_spinlock_t *lock);
+int __real_pthread_spin_unlock(pthread_spinlock_t *lock);
 int __wrap_pthread_spin_init(pthread_spinlock_t *lock, int pshared);
 int __wrap_pthread_spin_destroy(pthread_spinlock_t *lock);
+int __wrap_pthread_spin_lock(pthread_spinlock_t *lock);
+int __wrap_pthread_spin_unlock(pthread_spinlock_t *lock);
 void *__real_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line);
 void __real_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site);
 void *__wrap_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line);
@@ -31,6 +35,9 @@ void __wrap_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site);
 namespace {
 
 int spin_error = 0;
+int spin_locks_held = 0;
+std::function<void()> behind_the_lock = [] {}; // what another thread does before we get the lock
+std::function<int()> at_the_unlock = [] { return 0; };
 std::vector<std::string> tracked;
 void *tracked_block = nullptr;
 
@@ -159,6 +166,42 @@ TEST(VnReferenceFaults, DoesNotCallBackWhenTheLockCannotBeDestroyed)
     pthread_spin_destroy(&reference.lock);
 }
 
+TEST(VnReferenceFaults, CountsUnderItsLockAndCallsBackWithoutIt)
+{
+    vn_reference reference;
+    int held = -1, count = -1;
+    const auto note = [](void *now) { *static_cast<int *>(now) = spin_locks_held; };
+    ASSERT_EQ(vn_reference_prep(&reference, note, &held), 0);
+    at_the_unlock = [&] {
+        count = reference.count;
+        return 0;
+    };
+    behind_the_lock = [&] { reference.count += 2; };
+    EXPECT_EQ(vn_reference_acquire(&reference), 0);
+    EXPECT_EQ(count, 3);
+    behind_the_lock = [&] { reference.count -= 1; };
+    EXPECT_EQ(vn_reference_release(&reference), 1);
+    EXPECT_EQ(count, 1);
+    behind_the_lock = [&] { reference.count -= 1; }; // with ours, one too many
+    EXPECT_EQ(vn_reference_release(&reference), -1);
+    EXPECT_EQ(held, -1);
+    behind_the_lock = [&] { reference.count += 1; };
+    EXPECT_EQ(vn_reference_release(&reference), 0);
+    EXPECT_EQ(held, 0);
+    behind_the_lock = [] {};
+    at_the_unlock = [] { return 0; };
+}
+
+TEST(VnReferenceFaults, AnswersAnAcquireWithTheResultOfTheUnlock)
+{
+    vn_reference reference;
+    ASSERT_EQ(vn_reference_prep(&reference, nullptr, nullptr), 0);
+    at_the_unlock = [] { return EPERM; };
+    EXPECT_EQ(vn_reference_acquire(&reference), EPERM);
+    at_the_unlock = [] { return 0; };
+    EXPECT_EQ(vn_reference_release(&reference), 0);
+}
+
 TEST(MutexSpin, ExcludesOthersWhileHeld)
 {
     void *lock = nullptr;
@@ -223,6 +266,20 @@ int __wrap_pthread_spin_init(pthread_spinlock_t *lock, int pshared)
 int __wrap_pthread_spin_destroy(pthread_spinlock_t *lock)
 {
     return spin_error != 0 ? spin_error : __real_pthread_spin_destroy(lock);
+}
+int __wrap_pthread_spin_lock(pthread_spinlock_t *lock)
+{
+    const int result = __real_pthread_spin_lock(lock);
+    ++spin_locks_held;
+    behind_the_lock();
+    return result;
+}
+int __wrap_pthread_spin_unlock(pthread_spinlock_t *lock)
+{
+    --spin_locks_held;
+    const int result = __real_pthread_spin_unlock(lock);
+    const int answer = at_the_unlock();
+    return result != 0 ? result : answer;
 }
 void *__wrap_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line)
 {

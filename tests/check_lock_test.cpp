@@ -164,6 +164,16 @@ TEST_F(CheckLock, PrintsLargeLineNumbers)
     EXPECT_EQ(table(), "a.c:" + std::to_string(SIZE_MAX) + " count=1\n");
 }
 
+TEST_F(CheckLock, TakesLocationsWhoseTextsHashAlikeForOne)
+{
+    // A known pair of texts with the same 64-bit FNV-1a hash, 4EAC'0C95'5408'67E4h.
+    check_lock_add("8yn0iYCKYHlIj4-BwPqk", 7, lock_number(1), 0);
+    check_lock_add("GReLUrM4wMqfg9yzV3KQ", 7, lock_number(2), 0);
+    EXPECT_EQ(table(), "8yn0iYCKYHlIj4-BwPqk:7 count=2\n");
+    check_lock_remove(lock_number(1));
+    EXPECT_EQ(table(), "8yn0iYCKYHlIj4-BwPqk:7 count=1\n");
+}
+
 TEST_F(CheckLock, StartsEmptyAgain)
 {
     check_lock_add("a.c", 1, lock_number(1), 0);
@@ -175,6 +185,21 @@ TEST_F(CheckLock, StartsEmptyAgain)
               "Could not find reference to remove\n");
 }
 
+TEST_F(CheckLock, ForgetsEveryLockAtItsEnd)
+{
+    for (size_t round = 0; round < 20;
+         ++round) { // few locks each time, in other places of the index
+        const size_t first = round * 30;
+        for (size_t i = first; i < first + 30; ++i) check_lock_add("a.c", i, lock_number(i), 0);
+        check_lock_exit();
+        EXPECT_EQ(check_lock_init(), 0);
+        for (size_t i = first; i < first + 30; ++i) {
+            EXPECT_EQ(printed([i] { check_lock_remove(lock_number(i)); }),
+                      "Could not find reference to remove\n");
+        }
+    }
+}
+
 TEST_F(CheckLock, EndsQuietlyWithLocksAndDuplicatesHeld)
 {
     EXPECT_EQ(printed([] {
@@ -183,6 +208,7 @@ TEST_F(CheckLock, EndsQuietlyWithLocksAndDuplicatesHeld)
                   check_lock_exit();
               }),
               "");
+    EXPECT_EQ(table(), "");
     EXPECT_EQ(check_lock_init(), 0);
     printed([] {
         check_lock_add("a.c", 1, lock_number(1), 0);
