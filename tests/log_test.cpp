@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <netdb.h>
@@ -183,6 +184,36 @@ TEST(LogEcho, KeepsTheLinesOfManyThreadsWhole)
         ASSERT_EQ(sscanf(line.c_str(), "ERROR: %d.%d", &thread, &message), 2) << line;
         ASSERT_EQ(message, next[thread]++);
     }
+}
+
+// A program may give its standard error a buffer.
+void buffer_standard_error()
+{
+    static char buffer[4096];
+    setvbuf(stderr, buffer, _IOFBF, sizeof buffer);
+}
+
+TEST(LogEcho, FlushesStandardError)
+{
+    const ChildResult child = run_in_child([] {
+        buffer_standard_error();
+        vn_log_init("log_test", 7, LOG_PERROR, LOG_USER, 0);
+        __vn_log(3, "now");
+        _exit(0);
+    });
+    EXPECT_TRUE(child.err.ends_with("ERROR: now\r\n")) << child.err;
+}
+
+TEST(VnLogc, FlushesStandardErrorAndReturnsTheResult)
+{
+    const ChildResult child = run_in_child([] {
+        buffer_standard_error();
+        if (vn_logc("now") != 0) _exit(1);
+        dup2(open("/dev/full", O_WRONLY), 2);
+        _exit(vn_logc("lost") == EOF ? 0 : 2);
+    });
+    EXPECT_TRUE(child.exited_with(0)) << child.status;
+    EXPECT_EQ(child.err, "now");
 }
 
 TEST(VnLogc, WritesBareTextWhenMessagesAreNotEchoed)
@@ -410,14 +441,16 @@ TEST(HexDump, SurvivesAnAbsurdWidth)
     }
 }
 
-TEST(HexDump, PrintsNothingAtTheSilentLevel)
+TEST(HexDump, PrintsNothingAtTheSilentLevelAlone)
 {
     EXPECT_EQ(echoed([] {
                   vn_log_setlevel(100);
                   const unsigned char bytes[] = {1, 2};
-                  __vn_loghex_line(23, bytes, 2, 16, 0);
+                  __vn_loghex_line(23, bytes, 2, 0, 0);
+                  __vn_loghex_line(22, bytes, 0, 0, 0);
+                  __vn_loghex_line(24, bytes, 0, 0, 0);
               }),
-              Lines{});
+              (Lines{std::string("-----: ") + kHeading, std::string("-----: ") + kHeading}));
 }
 
 // ---- syslog -----------------------------------------------------------------------------------

@@ -720,3 +720,20 @@ TEST(CheckerAtWork, NeverKeepsTheRegistryForLongWithAMillionBlocks)
         EXPECT_LT(checker_work.longest, kLongestHold);
     });
 }
+
+TEST(CheckerAtWork, DrawsThePanelEvery1001Passes)
+{
+    static unsigned naps = 0;
+    const ChildResult child = run_in_child([] {
+        sys.create_error = 0;
+        sys.nap = [] { // one a pass, as there is nothing to check
+            if (++naps == 2002) _exit(0);
+            dprintf(1, ".");
+        };
+        vn_memcheck_start();
+        for (;;) pause();
+    });
+    EXPECT_TRUE(child.exited_with(0));
+    const std::string passes = child.out.substr(std::min(child.out.find('.'), child.out.size()));
+    EXPECT_EQ(passes, std::string(1000, '.') + panel({}) + std::string(1001, '.') + panel({}));
+}

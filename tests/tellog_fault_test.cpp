@@ -1,6 +1,7 @@
 // The stream when the system refuses: memory, threads, sockets, and sends that do only a part.
 #include "vnlib/tellog.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -49,6 +50,7 @@ struct Faults {
     std::vector<int> flags;
     std::vector<int> shutdowns; // in which direction
     int backlog = -1;
+    sockaddr_in bound{};
 } faults;
 
 std::atomic<bool> no_memory_for_clients = false; // read in the server thread
@@ -131,6 +133,14 @@ TEST_F(TellogFaults, ListensWithABacklogOfTwo)
 {
     EXPECT_EQ(tellog_finish(tellog_start(port_)), 0);
     EXPECT_EQ(faults.backlog, 2);
+}
+
+TEST_F(TellogFaults, ListensOnAllInterfaces)
+{
+    EXPECT_EQ(tellog_finish(tellog_start(port_)), 0);
+    EXPECT_EQ(faults.bound.sin_family, AF_INET);
+    EXPECT_EQ(faults.bound.sin_addr.s_addr, htonl(INADDR_ANY));
+    EXPECT_EQ(faults.bound.sin_port, htons(static_cast<uint16_t>(port_)));
 }
 
 TEST_F(TellogFaults, EndsItsListeningSocketInBothDirections)
@@ -257,6 +267,7 @@ int __wrap_socket(int domain, int type, int protocol)
 }
 int __wrap_bind(int fd, const sockaddr *address, socklen_t length)
 {
+    memcpy(&faults.bound, address, std::min<size_t>(length, sizeof faults.bound));
     return faults.bind ? -1 : __real_bind(fd, address, length);
 }
 int __wrap_listen(int fd, int backlog)

@@ -66,6 +66,7 @@ public:
     // The message of the next line: what is behind the time.
     std::string message() { return without_time(line()); }
 
+    void stop_typing() { shutdown(fd_, SHUT_WR); }
     void type(const std::string &text) { EXPECT_GT(send(fd_, text.data(), text.size(), 0), 0); }
 
     bool waits_for_probe() { return any_line(5).find(kProbe) == std::string::npos; }
@@ -268,6 +269,17 @@ TEST_F(Tellog, DoesNotMindWhatAClientTypes)
     client->type("quit\r\n");
     send_line(sink_, 6, "still here");
     EXPECT_EQ(client->message(), "INFOR: still here");
+}
+
+TEST_F(Tellog, KeepsAClientThatWillTypeNoMore)
+{
+    const auto client = join();
+    client->stop_typing();
+    for (int i = 0; i < 3; ++i) {
+        usleep(10000);
+        send_line(sink_, 6, "%d", i);
+        EXPECT_EQ(client->message(), "INFOR: " + std::to_string(i));
+    }
 }
 
 // A client with a small window that starts late and reads slowly.

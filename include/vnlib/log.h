@@ -59,7 +59,7 @@ VN_API void __vn_log(int level, const char *format, ...) VN_PRINTF(2, 3);
 
 /*
  * Prints bare text on standard error, provided that messages are not echoed there (no LOG_PERROR).
- * Returns 0, or EOF when standard error could not be written.
+ * Returns the result of flushing standard error: 0, or EOF when what it held could not be written.
  */
 VN_API int vn_logc(const char *format, ...) VN_PRINTF(1, 2);
 
