@@ -22,6 +22,7 @@
 
 #include "memcheck/registry.h"
 #include "memcheck/ring.h"
+#include "memcheck/screen.h"
 #include "memcheck/walk.h"
 #include "support/checked_child.h"
 #include "support/fault_alloc.h"
@@ -247,6 +248,34 @@ TEST(ScreenBytes, OfTheCountLine)
               }),
               line(-1, "Total Allocations: 00001") + line(-1, "Total Allocations: 00000") +
                   line(-1, "Total Allocations: -00001"));
+}
+
+// Its digits are turned one by one, but written anew when there are more or less of them.
+TEST(ScreenBytes, OfTheCountLineAsTheFigureGrowsAndFalls)
+{
+    std::string expected;
+    const ChildResult child = checked_child([] {
+        vn::memcheck::CountLine far, around_zero;
+        for (int i = 0; i < 100'003; ++i) far.add(1);
+        for (int i = 0; i < 13; ++i) far.add(-1);
+        for (int i = 0; i < 13; ++i) around_zero.add(-1);
+        for (int i = 0; i < 26; ++i) around_zero.add(1);
+    });
+    int figure = 0;
+    const auto expect_to = [&](int last) {
+        const int step = last > figure ? 1 : -1;
+        while (figure != last) {
+            char text[64];
+            snprintf(text, sizeof text, "Total Allocations: %.5d", figure += step);
+            expected += line(-1, text);
+        }
+    };
+    expect_to(100'003);
+    expect_to(99'990);
+    figure = 0;
+    expect_to(-13);
+    expect_to(13);
+    EXPECT_TRUE(child.out == expected);
 }
 
 TEST(ScreenBytes, OfStop)

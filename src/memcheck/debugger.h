@@ -19,7 +19,7 @@ namespace vn::memcheck {
 
 struct Context {
     std::atomic<bool> running = true; // until it is stopped, also when another has replaced it
-    Total total = 0;
+    CountLine count_line;
     Registry registry;
     Pane pane;
     Mutex drawing; // who has it draws the panel; nobody may after the stop has

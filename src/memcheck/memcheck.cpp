@@ -82,7 +82,7 @@ VN_OUT_OF_LINE void *allocate_guarded(vn_alloc_fn alloc, size_t size, const char
     if (!records.complete()) return nullptr;
     void *const raw = alloc(size + kGuardSize);
     if (raw == nullptr) return nullptr;
-    count(context.total, 1);
+    context.count_line.add(1);
     write_marker(raw);
     fill_guarded(*records.block, raw, size, line);
     if (site == nullptr) return abandon(alloc, raw);
@@ -101,7 +101,7 @@ VN_OUT_OF_LINE void release_guarded(vn_free_fn release, void *ptr, const char *s
                                     Context &context)
 {
     release(strike_out(context, ptr, site));
-    count(context.total, -1);
+    context.count_line.add(-1);
 }
 
 void *resize_raw(void *raw, size_t size)

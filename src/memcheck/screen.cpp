@@ -34,6 +34,30 @@ public:
     StdoutLock &operator=(const StdoutLock &) = delete;
 };
 
+// Writes a number in front of `end` and returns where it starts.
+char *write_before(char *end, int32_t number, int least_digits)
+{
+    const auto value = static_cast<uint32_t>(number);
+    uint32_t rest = number < 0 ? 0 - value : value;
+    for (; rest != 0 || least_digits > 0; rest /= 10, --least_digits)
+        *--end = static_cast<char>('0' + rest % 10);
+    if (number < 0) *--end = '-';
+    return end;
+}
+
+// Draws a line that ends with moving the cursor away, from `leaving` on. What the program printed
+// before comes out right in front of that.
+void draw_text(const StdoutLock &, const char *start, const char *leaving, const char *end)
+{
+    if (__fpending(stdout) == 0) [[likely]]
+        return write_out({start, end});
+    const ErrnoGuard keep;
+    const NotCancelled locked;
+    write_out({start, leaving});
+    fflush(stdout);
+    write_out({leaving, end});
+}
+
 // A screen line, put together before it leaves; from its end to its start, as numbers are.
 class Frame {
 public:
@@ -47,25 +71,15 @@ public:
         memcpy(start_, piece.data(), piece.size());
         return *this;
     }
-    // Without printf, as every allocation draws such lines.
-    Frame &put(int32_t number, unsigned least_digits)
+    Frame &put(int32_t number)
     {
-        const auto value = static_cast<uint32_t>(number);
-        uint32_t rest = number < 0 ? 0 - value : value;
-        do {
-            *--start_ = static_cast<char>('0' + rest % 10);
-            rest /= 10;
-        } while (--least_digits != 0);
-        while (rest != 0) {
-            *--start_ = static_cast<char>('0' + rest % 10);
-            rest /= 10;
-        }
-        return number < 0 ? put("-") : *this;
+        start_ = write_before(start_, number, 1);
+        return *this;
     }
     // By any number of rows: the sums that lead to them may wrap.
     Frame &move_down(unsigned rows)
     {
-        return put("B").put(static_cast<int32_t>(rows), 1).put("\x1b[");
+        return put("B").put(static_cast<int32_t>(rows)).put("\x1b[");
     }
     // What was put so far is where the cursor goes when the line is there.
     Frame &leave()
@@ -73,7 +87,14 @@ public:
         leaving_ = start_;
         return *this;
     }
-    void draw(const StdoutLock &, bool has_text) const;
+    void draw(const StdoutLock &hold, bool has_text) const
+    {
+        const char *const end = bytes_ + kSize;
+        if (has_text)
+            draw_text(hold, start_, leaving_, end);
+        else
+            write_out({start_, end});
+    }
 
 private:
     static constexpr size_t kSize = kLongestPiece + 45; // a text, and two movements of any length
@@ -82,21 +103,6 @@ private:
     char *start_ = bytes_ + kSize;
     char *leaving_ = start_;
 };
-
-void Frame::draw(const StdoutLock &, bool has_text) const
-{
-    const char *const end = bytes_ + kSize;
-    // What the program printed before comes out right behind the text, before the cursor leaves.
-    if (has_text && __fpending(stdout) != 0) {
-        const ErrnoGuard keep;
-        const NotCancelled locked;
-        write_out({start_, leaving_});
-        fflush(stdout);
-        write_out({leaving_, end});
-    } else {
-        write_out({start_, end});
-    }
-}
 
 } // namespace
 
@@ -131,16 +137,39 @@ void show_line(int line, std::string_view text)
     frame.move_down(row).put("\x1b[H").draw(StdoutLock(), has_text);
 }
 
-// Draws as show_line() would, with both movements written out.
-void count(Total &total, int32_t change)
+CountLine::CountLine()
 {
-    static_assert(kTotalLine + 3 == 2 && kRestingRow - 2 == 46);
+    static_assert(kTotalLine + 3 == 2 && kRestingRow - 2 == 46, "the movements before and after");
+    memcpy(bytes_ + kFigureEnd, kAfter.data(), kAfter.size());
+    write_figure();
+}
+
+void CountLine::write_figure()
+{
+    const auto number = static_cast<int32_t>(figure_);
+    char *const start = write_before(bytes_ + kFigureEnd, number, 5) - kBefore.size();
+    memcpy(start, kBefore.data(), kBefore.size());
+    start_ = static_cast<size_t>(start - bytes_);
+    // Figures of as many digits; those below zero are rare enough to be written each time.
+    uint64_t longer = 100'000;
+    for (least_ = 0; longer <= figure_; longer *= 10) least_ = static_cast<uint32_t>(longer);
+    most_ = number < 0 ? 0 : static_cast<uint32_t>(std::min<uint64_t>(longer - 1, INT32_MAX));
+}
+
+// Tools that look for races do not know the lock.
+[[gnu::no_sanitize("thread")]] void CountLine::add(int32_t change)
+{
     const StdoutLock hold;
-    const uint32_t sum = total.load(std::memory_order_relaxed) + static_cast<uint32_t>(change);
-    total.store(sum, std::memory_order_relaxed);
-    Frame frame;
-    frame.put("\x1b[46B\r").leave().put(static_cast<int32_t>(sum), 5);
-    frame.put("\x1b[H\x1b[2B\r\x1b[KTotal Allocations: ").draw(hold, true);
+    figure_ += static_cast<uint32_t>(change);
+    if (figure_ >= least_ && figure_ <= most_) [[likely]] {
+        const char last = change > 0 ? '9' : '0';
+        char *digit = bytes_ + kFigureEnd - 1;
+        while (*digit == last) *digit-- = static_cast<char>('0' + '9' - last);
+        *digit = static_cast<char>(*digit + change);
+    } else {
+        write_figure();
+    }
+    draw_text(hold, bytes_ + start_, bytes_ + kFigureEnd, bytes_ + kSize);
 }
 
 void last_words(const char *format, ...)

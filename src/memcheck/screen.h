@@ -15,7 +15,6 @@
 // output does not get in between either.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -39,12 +38,30 @@ void write_out(std::string_view bytes);
 // Shows `text` on display line `line` in place of what was there; without data it only moves.
 void show_line(int line, std::string_view text);
 
-// The figure of the count line: guarded allocations less releases. It is changed under the lock of
-// the screen; atomic, as not every tool that looks for races knows that lock.
-using Total = std::atomic<uint32_t>;
+// The count line: guarded allocations less releases. Each of them draws it, so it is kept as it is
+// drawn, and the digits that change are turned. All is done under the lock of the screen.
+class CountLine {
+public:
+    CountLine();
+    CountLine(const CountLine &) = delete;
+    CountLine &operator=(const CountLine &) = delete;
 
-// Adds `change` and shows the count line.
-void count(Total &total, int32_t change);
+    // Adds 1 or -1 and shows the line.
+    void add(int32_t change);
+
+private:
+    static constexpr std::string_view kBefore = "\x1b[H\x1b[2B\r\x1b[KTotal Allocations: ";
+    static constexpr std::string_view kAfter = "\x1b[46B\r";
+    static constexpr size_t kFigureEnd = kBefore.size() + std::string_view("-2147483648").size();
+    static constexpr size_t kSize = kFigureEnd + kAfter.size();
+
+    void write_figure();
+
+    uint32_t figure_ = 0;
+    uint32_t least_, most_; // the figures for which the digits can be turned
+    size_t start_;          // where in its room the line starts
+    char bytes_[kSize];
+};
 
 // Shows the formatted message on the line for it and ends the process with exit(-1).
 [[noreturn]] void last_words(const char *format, ...) __attribute__((format(printf, 1, 2)));
