@@ -448,11 +448,12 @@ TEST(MemcheckFaults, AnAllocationThatFailsAnywhereLeavesNothingBehind)
             if (void *const block = alloc(5, "f")) vn_memcheck_free(free, block, "t");
         });
         EXPECT_EQ(failures, 4u); // the record, the site with its run, and the block
-        failures = fault::for_each_failing_allocation([] {
+        const auto allocate_for_device = [] {
             if (void *const block = vn_dmacheck_malloc(malloc, 5, "f"))
                 vn_memcheck_free(free, block, "t");
-        });
-        EXPECT_EQ(failures, 4u);
+        };
+        failures = fault::for_each_failing_allocation(allocate_for_device);
+        EXPECT_EQ(failures, 1u); // the block; the records of the last one were kept
         vn_memcheck_stop();
     });
     // One count up and one down for each of the two runs that succeeded.
@@ -460,6 +461,32 @@ TEST(MemcheckFaults, AnAllocationThatFailsAnywhereLeavesNothingBehind)
                          line(-1, "Total Allocations: -00001") +
                          line(0, "=============== MemDebug  Top ===============") + panel({}) +
                          line(29, "============= MemDebug Complete ============="));
+}
+
+// Nobody could release what it makes, so it is not called before there is memory for the records.
+TEST(MemcheckFaults, AnotherAllocatorIsNotCalledInVain)
+{
+    static size_t made = 0;
+    const vn_alloc_fn other = [](size_t size) {
+        void *const block = malloc(size);
+        if (block != nullptr) ++made;
+        return block;
+    };
+    checked_child([&] {
+        vn_memcheck_start();
+        size_t failures = fault::for_each_failing_allocation([&] {
+            if (void *const block = vn_memcheck_malloc(other, 5, "f", 1))
+                vn_memcheck_free(free, block, "t");
+        });
+        EXPECT_EQ(failures, 4u); // the record, the site with its run, and the block
+        EXPECT_EQ(made, 1u);
+        failures = fault::for_each_failing_allocation([&] {
+            if (void *const block = vn_dmacheck_malloc(other, 5, "g"))
+                vn_memcheck_free(free, block, "t");
+        });
+        EXPECT_EQ(failures, 4u);
+        EXPECT_EQ(made, 2u);
+    });
 }
 
 TEST(MemcheckFaults, AResizeThatFailsAnywhereChangesNothing)
@@ -662,7 +689,6 @@ TEST(RegistryLock, IsWaitedForWithoutBeingCancelledAndWithoutTouchingErrno)
 
 namespace {
 
-using vn::memcheck::Owned;
 using vn::memcheck::Registry;
 
 // Many blocks of many sites, which change place when all blocks of one go over to another.
@@ -690,7 +716,7 @@ public:
     {
         const size_t to = any(kSites);
         for (unsigned char *const block : std::exchange(blocks_[any(kSites)], {})) {
-            free(registry.remove(block)->raw());
+            free(registry.remove(block));
             add(to);
         }
     }
@@ -700,13 +726,11 @@ private:
     size_t any(size_t bound) { return random_() % bound; }
     void add(size_t site)
     {
-        Owned<Block> block(vn::memcheck::new_record<Block>());
-        block->hold(malloc(8 + 8), vn::memcheck::Kind::kGuarded);
-        block->size = 8;
-        vn::memcheck::write_marker(block->raw());
-        vn::memcheck::write_marker(block->post());
-        blocks_[site].push_back(block->user());
-        registry.add(std::move(block), tags_[site].c_str(), registry.spare_site());
+        auto *const raw = static_cast<unsigned char *>(malloc(4 + 8 + 4));
+        vn::memcheck::write_marker(raw);
+        vn::memcheck::write_marker(raw + 4 + 8);
+        blocks_[site].push_back(raw + 4);
+        registry.add({raw, vn::memcheck::Kind::kGuarded, 8, 0}, tags_[site].c_str(), {});
     }
 
     std::mt19937 random_;

@@ -5,8 +5,9 @@
 //
 //     caller's allocator -> guard.h (markers) -> registry.h (whose is it, is it whole?)
 //
-// and the count line of the screen is drawn anew. Memory for the records is obtained before the
-// block is, so a failure anywhere leaves nothing behind.
+// and the count line of the screen is drawn anew. A failure anywhere leaves nothing behind: the
+// block is given back, or where that is impossible, memory for the records was obtained before the
+// block.
 #include "vnlib/memcheck.h"
 
 #include <cerrno>
@@ -33,39 +34,25 @@ const char *printable(const char *site)
     return site != nullptr ? site : "(null)";
 }
 
-// Everything that recording a block will need, obtained before the block itself is.
-struct Records {
-    Owned<Block> block;
-    Owned<Site> spare_site;
-
-    explicit Records(Registry &registry)
-        : block(new_record<Block>()), spare_site(registry.spare_site())
-    {
-    }
-    [[nodiscard]] bool complete() const { return block != nullptr && spare_site != nullptr; }
-};
-
-void fill_guarded(Block &block, void *raw, size_t size, unsigned line)
+// Blocks of the C library can be given back; there is no telling how another allocator wants its
+// own released.
+bool can_be_undone(vn_alloc_fn alloc)
 {
-    block.hold(raw, Kind::kGuarded);
-    block.size = size;
-    block.line = line;
-    write_marker(block.post());
+    return alloc == malloc || alloc == vn_malloc;
 }
 
-void *record(Context &context, Owned<Block> &&block, Owned<Site> &&spare_site, const char *site)
-{
-    void *const user = block->user();
-    context.registry.add(std::move(block), site, std::move(spare_site));
-    return user;
-}
-
-// A block without a site is not recorded and not handed out. Only the C library's blocks can be
-// given back: there is no telling how another allocator wants its own released.
 void *abandon(vn_alloc_fn alloc, void *raw)
 {
-    if (alloc == vn_malloc || alloc == malloc) free(raw);
+    if (can_be_undone(alloc)) free(raw);
     return nullptr;
+}
+
+// False when there is no memory for recording what `alloc` will have made.
+bool prepare(Registry &registry, vn_alloc_fn alloc, Records &records)
+{
+    if (can_be_undone(alloc)) return true;
+    records = {Owned<Block>(new_record<Block>()), registry.spare_site()};
+    return records.block != nullptr && records.site != nullptr;
 }
 
 void *out_of_memory()
@@ -74,27 +61,31 @@ void *out_of_memory()
     return nullptr;
 }
 
+// A block without a site is counted, but not recorded and not handed out.
 VN_OUT_OF_LINE void *allocate_guarded(vn_alloc_fn alloc, size_t size, const char *site,
                                       unsigned line, Context &context)
 {
     if (size > kLargestGuarded) return out_of_memory();
-    Records records(context.registry);
-    if (!records.complete()) return nullptr;
-    void *const raw = alloc(size + kGuardSize);
+    Records records;
+    if (!prepare(context.registry, alloc, records)) return nullptr;
+    auto *const raw = static_cast<unsigned char *>(alloc(size + kGuardSize));
     if (raw == nullptr) return nullptr;
-    context.count_line.add(1);
+    unsigned char *const user = raw + kMarkerSize;
     write_marker(raw);
-    fill_guarded(*records.block, raw, size, line);
-    if (site == nullptr) return abandon(alloc, raw);
-    return record(context, std::move(records.block), std::move(records.spare_site), site);
+    write_marker(user + size);
+    const Particulars block = {raw, Kind::kGuarded, size, line};
+    if (site != nullptr && !context.registry.add(block, site, std::move(records)))
+        return abandon(alloc, raw);
+    context.count_line.add(1);
+    return site != nullptr ? user : abandon(alloc, raw);
 }
 
 // The raw block, off the record. Ends the process if `ptr` is no live block.
 void *strike_out(Context &context, const void *ptr, const char *site)
 {
-    const Owned<Block> block = context.registry.remove(ptr);
-    if (block == nullptr) last_words("Could not find the allocation to free (%s)", printable(site));
-    return block->raw();
+    void *const raw = context.registry.remove(ptr);
+    if (raw == nullptr) last_words("Could not find the allocation to free (%s)", printable(site));
+    return raw;
 }
 
 VN_OUT_OF_LINE void release_guarded(vn_free_fn release, void *ptr, const char *site,
@@ -117,29 +108,30 @@ VN_OUT_OF_LINE void *resize_guarded(void *ptr, size_t size, const char *site, un
     Block *const lifted = context.registry.lift(ptr);
     if (lifted == nullptr)
         last_words("Could not find the allocation to realloc (%s:%u)", printable(site), line);
-    Owned<Site> spare_site = context.registry.spare_site();
-    void *const raw = spare_site != nullptr ? resize_raw(lifted->raw(), size) : nullptr;
+    Records records = {nullptr, context.registry.spare_site()};
+    void *const raw = records.site != nullptr ? resize_raw(lifted->raw(), size) : nullptr;
     if (raw == nullptr) {
         context.registry.put_back(*lifted);
         return nullptr;
     }
-    Owned<Block> block = context.registry.remove_lifted(*lifted);
-    fill_guarded(*block, raw, size, line);
+    records.block = context.registry.remove_lifted(*lifted);
+    unsigned char *const user = static_cast<unsigned char *>(raw) + kMarkerSize;
+    write_marker(user + size);
     if (site == nullptr) return abandon(malloc, raw);
-    return record(context, std::move(block), std::move(spare_site), site);
+    context.registry.add({raw, Kind::kGuarded, size, line}, site, std::move(records));
+    return user;
 }
 
 VN_OUT_OF_LINE void *allocate_for_device(vn_alloc_fn alloc, size_t size, const char *site,
                                          Context &context)
 {
     if (site == nullptr) return alloc(size); // handed out all the same, but not on record
-    Records records(context.registry);
-    if (!records.complete()) return nullptr;
+    Records records;
+    if (!prepare(context.registry, alloc, records)) return nullptr;
     void *const raw = alloc(size);
     if (raw == nullptr) return nullptr;
-    records.block->hold(raw, Kind::kDevice);
-    records.block->size = size;
-    return record(context, std::move(records.block), std::move(records.spare_site), site);
+    if (context.registry.add({raw, Kind::kDevice, size, 0}, site, std::move(records))) return raw;
+    return abandon(alloc, raw);
 }
 
 } // namespace

@@ -25,6 +25,14 @@ enum class Kind : uint8_t {
 
 struct Site;
 
+// What an allocation says about a block.
+struct Particulars {
+    void *raw; // what the allocator returned
+    Kind kind;
+    size_t size;   // what the caller asked for
+    uint32_t line; // source line of the allocation; 0 for device blocks
+};
+
 // One exists for every live block: what can be told from the other members is not kept. Its key is
 // the address that the caller was given.
 struct Block : Entry {
@@ -35,10 +43,13 @@ struct Block : Entry {
     Kind kind;
     bool lifted; // in the C library's hands, which resizes it: nobody else may look at it
 
-    void hold(void *raw, Kind kind_of_raw)
+    void fill(const Particulars &told)
     {
-        kind = kind_of_raw;
-        key = reinterpret_cast<uintptr_t>(raw) + guard_size();
+        size = told.size;
+        line = told.line;
+        kind = told.kind;
+        lifted = false;
+        key = reinterpret_cast<uintptr_t>(told.raw) + guard_size();
     }
     // What the caller was given.
     [[nodiscard]] unsigned char *user() const { return reinterpret_cast<unsigned char *>(key); }
@@ -93,5 +104,11 @@ inline Owned<Site> new_site()
     if (site != nullptr && site->run == nullptr) site = nullptr;
     return site;
 }
+
+// Memory for all that recording a block can take.
+struct Records {
+    Owned<Block> block;
+    Owned<Site> site;
+};
 
 } // namespace vn::memcheck

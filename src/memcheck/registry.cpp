@@ -38,9 +38,28 @@ void Registry::keep_spare(Owned<Site> &&site)
         spare_site_.store(site.release(), std::memory_order_release);
 }
 
-Block *Registry::find(const void *user)
+Owned<Block> Registry::unused_block()
 {
-    return static_cast<Block *>(by_user_.find(reinterpret_cast<uintptr_t>(user)));
+    auto *const block = static_cast<Block *>(unused_);
+    if (block == nullptr) return Owned<Block>(new_record<Block>());
+    unused_ = block->chain;
+    --unused_count_;
+    return Owned<Block>(block);
+}
+
+// Gives the record back when there are enough; it is best released without the lock.
+Owned<Block> Registry::keep_unused(Owned<Block> &&block)
+{
+    if (unused_count_ == kMostUnused) return std::move(block);
+    ++unused_count_;
+    block->chain = unused_;
+    unused_ = block.release();
+    return nullptr;
+}
+
+Block *Registry::take(const void *user)
+{
+    return static_cast<Block *>(by_user_.take(reinterpret_cast<uintptr_t>(user)));
 }
 
 // Null when there is no such site.
@@ -53,7 +72,8 @@ Site *Registry::known_site(const char *tag, uintptr_t hash)
     return nullptr;
 }
 
-Site &Registry::site_of(const char *tag, Owned<Site> &&spare)
+// Null when the site is new and there is no memory for it.
+Site *Registry::site_of(const char *tag, Owned<Site> &&spare)
 {
     Site *&recent = recent_site(tag);
     Site *known = recent;
@@ -64,38 +84,44 @@ Site &Registry::site_of(const char *tag, Owned<Site> &&spare)
         if (known != nullptr && known->tag == tag) recent = known;
     }
     if (known != nullptr) {
-        keep_spare(std::move(spare));
+        if (spare != nullptr) keep_spare(std::move(spare));
         sites_.raise(*known);
-        return *known;
+        return known;
     }
-    Site &fresh = *spare.release();
-    recent = &fresh;
-    fresh.key = hash;
-    fresh.tag = tag;
-    fresh.live_bytes = 0;
-    make_empty(fresh.blocks);
-    sites_.add(fresh);
-    walk_.site_appears(fresh);
-    by_tag_.insert(fresh);
+    Site *const fresh = (spare != nullptr ? std::move(spare) : spare_site()).release();
+    if (fresh == nullptr) return nullptr;
+    recent = fresh;
+    fresh->key = hash;
+    fresh->tag = tag;
+    fresh->live_bytes = 0;
+    make_empty(fresh->blocks);
+    sites_.add(*fresh);
+    walk_.site_appears(*fresh);
+    by_tag_.insert(*fresh);
     return fresh;
 }
 
-void Registry::add(Owned<Block> &&block, const char *tag, Owned<Site> &&spare)
+bool Registry::add(const Particulars &block, const char *tag, Records &&records)
 {
     const PoliteLock hold(mutex_);
-    Block &added = *block.release();
-    Site &site = site_of(tag, std::move(spare));
-    added.site = &site;
-    site.live_bytes += static_cast<uint32_t>(added.size);
-    link_after(site.blocks, added);
+    if (records.block == nullptr) records.block = unused_block();
+    if (records.block == nullptr) return false;
+    Site *const site = site_of(tag, std::move(records.site));
+    if (site == nullptr) return false;
+    Block &added = *records.block.release();
+    added.fill(block);
+    added.site = site;
+    site->live_bytes += static_cast<uint32_t>(added.size);
+    link_after(site->blocks, added);
     by_user_.insert(added);
     // The pass under way does not come back to the front of a list: a block that was resized away
     // from where it was still to be visited is visited here.
     if (walk_.under_way()) examine(added);
+    return true;
 }
 
 // Takes the block off its site, and the site off the display with its last block.
-Owned<Block> Registry::discharge(Block &block)
+void Registry::discharge(Block &block)
 {
     Site &site = *block.site;
     walk_.block_leaves(block);
@@ -109,26 +135,25 @@ Owned<Block> Registry::discharge(Block &block)
         by_tag_.remove(site);
         keep_spare(Owned<Site>(&site));
     }
-    return Owned<Block>(&block);
 }
 
-Owned<Block> Registry::remove(const void *user)
+void *Registry::remove(const void *user)
 {
+    Owned<Block> surplus; // released last
     const PoliteLock hold(mutex_);
-    Block *const block = find(user);
+    Block *const block = take(user);
     if (block == nullptr) return nullptr;
-    by_user_.remove(*block);
-    return discharge(*block);
+    discharge(*block);
+    surplus = keep_unused(Owned<Block>(block));
+    return block->raw();
 }
 
 Block *Registry::lift(const void *user)
 {
     const PoliteLock hold(mutex_);
-    Block *const block = find(user);
-    if (block == nullptr) return nullptr;
     // Off the index too: the C library may give the old address to another thread at once.
-    by_user_.remove(*block);
-    block->lifted = true;
+    Block *const block = take(user);
+    if (block != nullptr) block->lifted = true;
     return block;
 }
 
@@ -142,8 +167,8 @@ void Registry::put_back(Block &block)
 Owned<Block> Registry::remove_lifted(Block &block)
 {
     const PoliteLock hold(mutex_);
-    block.lifted = false;
-    return discharge(block);
+    discharge(block);
+    return Owned<Block>(&block);
 }
 
 // The process ends with the registry locked, so that no other thread works on with damaged memory;

@@ -43,6 +43,18 @@ public:
         --items_;
     }
 
+    // Removes the newest item with this key; null when there is none.
+    Entry *take(uintptr_t key)
+    {
+        Entry **link = &bucket_of(key);
+        while (*link != nullptr && (*link)->key != key) link = &(*link)->chain;
+        Entry *const item = *link;
+        if (item == nullptr) return nullptr;
+        *link = item->chain;
+        --items_;
+        return item;
+    }
+
     // The newest item with this key, or null; and the next older one after it.
     Entry *find(uintptr_t key) { return first_with(key, bucket_of(key)); }
     static Entry *find_next(const Entry &item) { return first_with(item.key, item.chain); }
