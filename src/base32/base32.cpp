@@ -25,12 +25,12 @@ constexpr int kDecoded = 7; // the result of every successful decoding, whatever
 constexpr unsigned kSymbolBits = 5;
 constexpr unsigned kSymbolMask = 31;
 
-// Whole groups first: processors without an instruction for it do not divide 64 bits.
+// Whole groups first: divisions of 32 bits are cheap everywhere.
 constexpr uint64_t symbols_for(uint32_t bytes)
 {
-    const size_t rest_bits = bytes % kGroupBytes * 8;
-    return uint64_t{bytes / kGroupBytes} * kGroupSymbols +
-           (rest_bits + kSymbolBits - 1) / kSymbolBits;
+    constexpr uint32_t kBytes = kGroupBytes;
+    const uint32_t rest_bits = bytes % kBytes * 8;
+    return uint64_t{bytes / kBytes} * kGroupSymbols + (rest_bits + kSymbolBits - 1) / kSymbolBits;
 }
 static_assert(symbols_for(0) == 0 && symbols_for(4) == 7 && symbols_for(5) == 8);
 static_assert(symbols_for(UINT32_MAX) == UINT64_C(6871947672));
@@ -154,15 +154,9 @@ unsigned decode_blocks([[maybe_unused]] const char *in, [[maybe_unused]] uint8_t
     return 0;
 }
 
-// ---- the best way here ----
-
-// Writes `symbols` symbols for the data at `in` and returns the sum of their values. A cut text
-// does not need all bytes; bytes that are needed only in part are there.
-unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
+// Out of line, so that they cost the fast path no registers.
+[[gnu::noinline]] unsigned encode_groups(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 {
-#if VN_CPU_X86
-    if (cpu::has(cpu::kVbmi)) return encode_vbmi(in, out, symbols, bytes);
-#endif
     const size_t blocks = fast_blocks(symbols);
     unsigned sum = encode_blocks(in, out, blocks);
     in += blocks * kBlockBytes;
@@ -180,12 +174,8 @@ unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
     return symbols == 0 ? sum : sum + encode_rest(in, out, symbols, bytes);
 }
 
-// Stores the bits of `symbols` symbols and returns the sum of their values.
-unsigned decode(const char *in, uint8_t *out, size_t symbols)
+[[gnu::noinline]] unsigned decode_groups(const char *in, uint8_t *out, size_t symbols)
 {
-#if VN_CPU_X86
-    if (cpu::has(cpu::kVbmi)) return decode_vbmi(in, out, symbols);
-#endif
     const size_t blocks = fast_blocks(symbols);
     unsigned sum = decode_blocks(in, out, blocks);
     in += blocks * kBlockSymbols;
@@ -199,6 +189,27 @@ unsigned decode(const char *in, uint8_t *out, size_t symbols)
         out += kGroupBytes;
     }
     return symbols == 0 ? sum : sum + decode_rest(in, out, symbols);
+}
+
+// ---- the best way here ----
+
+// Writes `symbols` symbols for the data at `in` and returns the sum of their values. A cut text
+// does not need all bytes; bytes that are needed only in part are there.
+unsigned encode(const uint8_t *in, char *out, size_t symbols, size_t bytes)
+{
+#if VN_CPU_X86
+    if (cpu::has(cpu::kVbmi)) return encode_vbmi(in, out, symbols, bytes);
+#endif
+    return encode_groups(in, out, symbols, bytes);
+}
+
+// Stores the bits of `symbols` symbols and returns the sum of their values.
+unsigned decode(const char *in, uint8_t *out, size_t symbols)
+{
+#if VN_CPU_X86
+    if (cpu::has(cpu::kVbmi)) return decode_vbmi(in, out, symbols);
+#endif
+    return decode_groups(in, out, symbols);
 }
 
 } // namespace

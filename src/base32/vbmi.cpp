@@ -2,7 +2,8 @@
 // bytes across a register of 512 bits and shift each to a place of its own.
 //
 // The last, incomplete block is handled like the others, with the absent bytes masked out: masked
-// loads and stores do not touch them.
+// loads and stores do not touch them. A text that fits into half a register is converted there, and
+// in no loop: its sum has half as many parts, and what is short is mostly set-up.
 #include "base32/versions.h"
 
 #if VN_CPU_X86
@@ -19,6 +20,7 @@ namespace {
 
 constexpr size_t kSymbols = 64;
 constexpr size_t kBytes = 40;
+constexpr size_t kShortSymbols = kSymbols / 2;
 
 using Table = std::array<uint8_t, 64>;
 
@@ -55,6 +57,11 @@ VN_VBMI inline __m512i load_table(const Table &table)
     return _mm512_load_si512(table.data());
 }
 
+VN_VBMI inline __m256i load_half(const Table &table)
+{
+    return _mm256_load_si256(reinterpret_cast<const __m256i *>(table.data()));
+}
+
 VN_VBMI inline __mmask64 first(size_t count)
 {
     return _bzhi_u64(~uint64_t{0}, static_cast<unsigned>(count));
@@ -70,6 +77,14 @@ VN_VBMI inline unsigned total(__m512i sums)
     return static_cast<unsigned>(_mm512_reduce_add_epi64(sums));
 }
 
+VN_VBMI inline unsigned total_of(__m256i values)
+{
+    const __m256i sums = _mm256_sad_epu8(values, _mm256_setzero_si256());
+    const __m128i two =
+        _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
+    return static_cast<unsigned>(_mm_cvtsi128_si32(two) + _mm_extract_epi32(two, 2));
+}
+
 // Eight values of five bits in each 64 to 40 bits: pairs, fours, all.
 VN_VBMI inline __m512i gathered(__m512i values)
 {
@@ -80,10 +95,24 @@ VN_VBMI inline __m512i gathered(__m512i values)
     return _mm512_permutexvar_epi8(load_table(kGather), _mm512_or_si512(low, high));
 }
 
+// What encode_vbmi() does, for no more than 32 symbols.
+VN_VBMI inline unsigned encode_short(const uint8_t *in, char *out, size_t symbols, size_t bytes)
+{
+    const auto there = static_cast<__mmask32>(first(std::min(bytes, bytes_touched_by(symbols))));
+    const auto wanted = static_cast<__mmask32>(first(symbols));
+    const __m256i data = _mm256_maskz_loadu_epi8(there, in);
+    const __m256i groups = _mm256_permutexvar_epi8(load_half(kSpread), data);
+    const __m256i bits = _mm256_multishift_epi64_epi8(load_half(kShifts), groups);
+    const __m256i values = _mm256_and_si256(bits, _mm256_set1_epi8(31));
+    _mm256_mask_storeu_epi8(out, wanted, _mm256_permutexvar_epi8(values, load_half(kSymbolTable)));
+    return total_of(_mm256_maskz_mov_epi8(wanted, values));
+}
+
 } // namespace
 
 VN_VBMI unsigned encode_vbmi(const uint8_t *in, char *out, size_t symbols, size_t bytes)
 {
+    if (symbols <= kShortSymbols) return encode_short(in, out, symbols, bytes);
     __m512i sums = _mm512_setzero_si512();
     while (symbols != 0) {
         const size_t count = std::min(symbols, kSymbols);
