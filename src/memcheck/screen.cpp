@@ -157,7 +157,7 @@ void CountLine::write_figure()
 }
 
 // Tools that look for races do not know the lock.
-[[gnu::no_sanitize("thread")]] void CountLine::add(int32_t change)
+__attribute__((no_sanitize("thread"))) void CountLine::add(int32_t change)
 {
     const StdoutLock hold;
     figure_ += static_cast<uint32_t>(change);
