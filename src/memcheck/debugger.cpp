@@ -119,8 +119,8 @@ void after_fork_in_child() VN_NO_THREAD_ANALYSIS
 
 bool start()
 {
-    void *const memory = calloc(1, sizeof(Context));
-    Context *const context = memory != nullptr ? new (memory) Context : nullptr;
+    void *const memory = malloc(sizeof(Context));
+    Context *const context = memory != nullptr ? new (memory) Context() : nullptr;
     if (context != nullptr) context->older = newest.exchange(context);
     handle.store(context, std::memory_order_release);
     tracker.store(context, std::memory_order_release);
