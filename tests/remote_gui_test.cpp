@@ -861,6 +861,7 @@ TEST_F(RemoteEnd, OutlivesFurtherStopsUntilItsLastConnectionEnds)
     EXPECT_EQ(wire_.next(), make_pdu(kData, 1, "x"));
     EXPECT_EQ(late_close, 0);
     EXPECT_EQ(wire_.next(), make_pdu(kClose, 1));
+    EXPECT_TRUE(eventually([&] { return feed(session_, make_pdu(kClose, 99)) == -1; }));
     close(server);
 }
 
