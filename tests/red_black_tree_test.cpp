@@ -798,6 +798,14 @@ TEST(WorkTreenodeLocked, LeavesOutNodesWithoutData)
     destroy(tree);
 }
 
+TEST(WorkTreenodeLocked, VisitsTheOnlyNode)
+{
+    rb_node *tree = tree_of({7});
+    work_body = [](rb_node **, void *, void *, uint64_t key) { return static_cast<int>(key); };
+    EXPECT_EQ(work_treenode_locked(&tree, work, nullptr, nullptr), 7);
+    destroy(tree);
+}
+
 TEST(WorkTreenodeLocked, OfNothingIsZero)
 {
     rb_node *none = nullptr;
