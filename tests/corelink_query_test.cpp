@@ -651,6 +651,9 @@ TEST(CorelinkArrayText, TakesAnEmptyElement)
     strcpy(buffer, "[1]");
     EXPECT_EQ(cl_cat_array_element(&text, sizeof buffer, "%s", ""), 0);
     EXPECT_STREQ(buffer, "[1,]");
+    text = tracked("[1]");
+    EXPECT_EQ(cl_cat_array_element(&text, 0, "%s", ""), 0) << "also where it grows";
+    EXPECT_EQ(take(text), "[1,]");
 }
 
 TEST(CorelinkArrayText, RefusesNullArguments)

@@ -9,6 +9,7 @@
 
 #include "support/capture.h"
 #include "support/corelink_shape.h"
+#include "support/tracked.h"
 #include "vnlib/log.h"
 #include "vnlib/memcheck.h"
 
@@ -400,6 +401,34 @@ TEST(CorelinkDeleteNode, ReleasesPrivatePointersBelow)
         add(parent, clparse_create_function_node("call", nullptr, nullptr, nullptr,
                                                  vn_memcheck_malloc(vn_malloc, 8, "test", 1)));
     EXPECT_EQ(clparse_delete_node(object), 0);
+}
+
+// One node of each kind, in a struct; the function node's private pointer is a block too.
+clparse_node *one_of_each()
+{
+    clparse_node *const parent = clparse_create_struct_node("parent");
+    add(parent, clparse_create_string_node("string", "text"));
+    add(parent, clparse_create_number_node("number", 1));
+    add(parent, clparse_create_boolean_node("boolean", 1));
+    add(parent, clparse_create_array_node("array"));
+    add(parent, clparse_create_function_node("call", resolve_to_itself, nullptr, release_nothing,
+                                             vn_memcheck_malloc(vn_malloc, 8, "test", 1)));
+    return parent;
+}
+
+TEST(CorelinkDeleteNode, LeavesNothingBehind)
+{
+    EXPECT_EQ(test::left_behind_by([] { clparse_delete_node(one_of_each()); }), 0);
+}
+
+TEST(CorelinkRemoveChild, LeavesNothingOfTheNodeBehind)
+{
+    EXPECT_EQ(test::left_behind_by([] {
+                  clparse_node *const parent = one_of_each();
+                  for (clparse_node *const child : children(parent)) clparse_remove_child(child);
+                  clparse_remove_child(parent);
+              }),
+              0);
 }
 
 TEST(CorelinkStop, LeavesPrivatePointersToTheirOwner)
