@@ -4,7 +4,10 @@
 #include "bench.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
 #include <list>
+#include <malloc.h>
 #include <random>
 #include <unordered_map>
 #include <vector>
@@ -256,6 +259,16 @@ void append(benchmark::State &state, size_t size)
     }
 }
 
+// Whatever rows ran before: they leave blocks of an element's size free all over the heap, and a
+// list of those would be walked in another order than one of GLib's, which has an allocator of its
+// own. A request for a large block makes malloc merge the small ones first.
+void put_heap_in_order()
+{
+    constexpr size_t kLarge = 4096;
+    void *volatile block = std::malloc(kLarge);
+    std::free(block);
+}
+
 template <typename Queue>
 void register_rows(size_t size)
 {
@@ -270,6 +283,7 @@ void register_rows(size_t size)
     for (const auto &[operation, row] : rows)
         benchmark::RegisterBenchmark(bench::row(operation, Queue::kName, size).c_str(),
                                      [row, size](benchmark::State &state) {
+                                         put_heap_in_order();
                                          row(state, size);
                                          state.SetItemsProcessed(state.iterations() *
                                                                  static_cast<int64_t>(size));
@@ -280,6 +294,8 @@ void register_rows(size_t size)
 
 int main(int argc, char **argv)
 {
+    mallopt(M_TRIM_THRESHOLD,
+            INT_MAX); // GLib's allocator gives no memory back to the kernel either
     for (const size_t size : {100u, 10'000u, 1'000'000u}) {
         register_rows<Vnlib>(size);
         register_rows<Std>(size);
