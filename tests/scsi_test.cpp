@@ -312,6 +312,7 @@ TEST(ScsiSenseKeys, EveryKey)
         EXPECT_EQ(get_condition_severity(static_cast<unsigned char>(key)), keys[key].severity)
             << key;
     }
+    EXPECT_EQ(get_condition_info(16), get_command_info(0)); // not only the same words
     for (unsigned key = 17; key < 256; ++key) {
         EXPECT_EQ(get_condition_info(static_cast<unsigned char>(key)), nullptr);
         EXPECT_EQ(get_condition_severity(static_cast<unsigned char>(key)), 1u);

@@ -141,31 +141,20 @@ static_assert(every_code_has_its_row(),
 // ---- sense keys ----
 
 constexpr Row kSenseKeys[] = {
-    {0, "NO SENSE"},
-    {1, "RECOVERED ERROR"},
-    {2, "NOT_READY"},
-    {3, "MEDIUM ERROR"},
-    {4, "HARDWARE ERROR"},
-    {5, "ILLEGAL REQUEST"},
-    {6, "UNIT ATTENTION"},
-    {7, "DATA PROTECT"},
-    {8, "BLANK CHECK"},
-    {9, "VENDOR SPECIFIC"},
-    {10, "COPY ABORTED"},
-    {11, "ABORTED COMMAND"},
-    {12, "EQUAL"},
-    {13, "VOLUME OVERFLOW"},
-    {14, "MISCOMPARE"},
-    {15, "SENSE RESERVED"},
-    // A key 16 does not exist, but is answered: with what used to follow in memory.
-    {16, kCommands[0].text},
+    {0, "NO SENSE"},       {1, "RECOVERED ERROR"},  {2, "NOT_READY"},      {3, "MEDIUM ERROR"},
+    {4, "HARDWARE ERROR"}, {5, "ILLEGAL REQUEST"},  {6, "UNIT ATTENTION"}, {7, "DATA PROTECT"},
+    {8, "BLANK CHECK"},    {9, "VENDOR SPECIFIC"},  {10, "COPY ABORTED"},  {11, "ABORTED COMMAND"},
+    {12, "EQUAL"},         {13, "VOLUME OVERFLOW"}, {14, "MISCOMPARE"},    {15, "SENSE RESERVED"},
 };
+
+// Does not exist, but is answered: with what used to follow in memory.
+constexpr unsigned kKeyOfACommand = std::size(kSenseKeys);
 
 enum Severity : unsigned { kInformation, kError, kOverflow };
 
 constexpr Severity severity_of(unsigned key)
 {
-    if (key <= 1 || key == 16) return kInformation;
+    if (key <= 1 || key == kKeyOfACommand) return kInformation;
     return key == 13 ? kOverflow : kError;
 }
 
@@ -286,7 +275,8 @@ const char *get_status_info(unsigned char status)
 
 const char *get_condition_info(unsigned char key)
 {
-    return key < std::size(kSenseKeys) ? text_of_code<kSenseKeys>(key) : nullptr;
+    if (key == kKeyOfACommand) return get_command_info(0);
+    return key < kKeyOfACommand ? text_of_code<kSenseKeys>(key) : nullptr;
 }
 
 unsigned get_condition_severity(unsigned char key)
