@@ -61,6 +61,30 @@ TEST(CorelinkLookup, ComparesTagsWholeAndWithCase)
     EXPECT_EQ(clparse_get_node(tree, "namesake"), nullptr);
 }
 
+// Steps may be compared in more than one way, as their length and their place in the path suggest.
+TEST(CorelinkLookup, ComparesTagsOfAllLengths)
+{
+    for (size_t length = 1; length < 70; ++length) {
+        const Tree tree;
+        const std::string name(length, 'a');
+        const std::string others[] = {name + 'a', name.substr(1), name.substr(1) + 'b',
+                                      'b' + name.substr(1), name + '.'};
+        for (const std::string &other : others) {
+            Node *const wrong = structure(other.c_str());
+            clparse_append_child(wrong, number("x", 1));
+            tree.add(wrong);
+        }
+        EXPECT_EQ(clparse_get_node(tree, name.c_str()), nullptr) << length;
+        EXPECT_EQ(clparse_get_node(tree, (name + ".x").c_str()), nullptr) << length;
+        Node *const right = structure(name.c_str());
+        Node *const below = number("x", 2);
+        clparse_append_child(right, below);
+        tree.add(right);
+        EXPECT_EQ(clparse_get_node(tree, name.c_str()), right) << length;
+        EXPECT_EQ(clparse_get_node(tree, (name + ".x").c_str()), below) << length;
+    }
+}
+
 TEST(CorelinkLookup, TakesTheFirstOfSeveralSiblingsWithOneTag)
 {
     const Tree tree{number("x", 1), number("x", 2)};

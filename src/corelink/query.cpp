@@ -42,61 +42,78 @@ size_t leading_number(const char *text)
     return number;
 }
 
-// One step of a path: the name of a child, or its position.
+// One step of a path: a piece of it that ends at a dot or with the path.
 class Step {
 public:
     explicit Step(const char *path)
-        : name_(path), by_position_(is_digit(*path)), position_(leading_number(path))
+        : name_(path), length_(static_cast<size_t>(strchrnul(path, '.') - path))
     {
-        while (name_[length_] != '.' && name_[length_] != '\0') ++length_;
-        if (length_ > 0) first_ = *name_;
+        if (kSmall) return;
+        if (is_last()) {
+            whole_name_ = name_;
+        } else if (length_ < sizeof copy_) {
+            std::memcpy(copy_, name_, length_);
+            copy_[length_] = '\0';
+            whole_name_ = copy_;
+        }
     }
+    Step(const Step &) = delete;
+    Step &operator=(const Step &) = delete;
 
-    [[nodiscard]] bool selects(const clparse_node &child, size_t position) const
-    {
-        return by_position_ ? position == position_ : has_name(child.tag);
-    }
+    [[nodiscard]] bool is_last() const { return name_[length_] == '\0'; }
+    [[nodiscard]] const char *rest() const { return name_ + length_ + 1; }
+    [[nodiscard]] bool is_position() const { return is_digit(*name_); }
+    [[nodiscard]] size_t position() const { return leading_number(name_); }
 
-    // The path below this step; null when the path ends here.
-    [[nodiscard]] const char *rest() const
-    {
-        return name_[length_] == '.' ? name_ + length_ + 1 : nullptr;
-    }
-
-private:
-    // Most tags differ in the first character: then a call would cost more than the look at it. The
-    // target's processors compare the others sooner than they call, too.
-    [[nodiscard]] bool has_name(const char *tag) const
-    {
-        if constexpr (kSmall)
-            return tag != nullptr && begins_with_name(tag) && tag[length_] == '\0';
-        return tag != nullptr && *tag == first_ && std::strncmp(tag, name_, length_) == 0 &&
-               tag[length_] == '\0';
-    }
-
-    [[nodiscard]] bool begins_with_name(const char *tag) const
+    // The name as a text of its own; null when it has too much behind it to be copied.
+    [[nodiscard]] const char *whole_name() const { return kSmall ? nullptr : whole_name_; }
+    [[nodiscard]] bool is_name(const char *tag) const
     {
         size_t same = 0;
         while (same < length_ && tag[same] == name_[same]) ++same;
-        return same == length_;
+        return same == length_ && tag[same] == '\0';
     }
 
+private:
     const char *name_;
-    size_t length_ = 0;
-    char first_ = '\0';
-    bool by_position_;
-    size_t position_;
+    size_t length_;
+    const char *whole_name_ = nullptr;
+    char copy_[kSmall ? 1 : 32];
 };
 
-Found find_child(const clparse_node &container, const Step &step, int type)
+bool has_type(const clparse_node &node, int type)
+{
+    return type == kAnyType || node.type == static_cast<uint32_t>(type);
+}
+
+// The first child of a type that `selects` takes.
+template <typename Selects>
+Found first(const clparse_node &container, int type, Selects selects)
 {
     size_t position = 0;
     for (clparse_node &child : Children(container)) {
-        const bool wanted = type == kAnyType || child.type == static_cast<uint32_t>(type);
-        if (wanted && step.selects(child, position)) return {&child, position};
+        if (selects(child.tag, position) && has_type(child, type)) return {&child, position};
         ++position;
     }
     return {};
+}
+
+// Most tags differ in the first character: then a call would cost more than the look at it. The
+// target's processors compare the others sooner than they call, too.
+Found find_child(const clparse_node &container, const Step &step, int type)
+{
+    if (step.is_position()) {
+        return first(container, type, [wanted = step.position()](const char *, size_t position) {
+            return position == wanted;
+        });
+    }
+    if (const char *const name = step.whole_name(); name != nullptr) {
+        return first(container, type, [name, first = *name](const char *tag, size_t) {
+            return tag != nullptr && *tag == first && std::strcmp(tag, name) == 0;
+        });
+    }
+    return first(container, type,
+                 [&step](const char *tag, size_t) { return tag != nullptr && step.is_name(tag); });
 }
 
 // A getter's path. While blocks are tracked it is charged to the getter as long as that works.
@@ -140,10 +157,10 @@ Found look_up(clparse_node *container, const char *path, int type)
 {
     while (path != nullptr && container != nullptr) {
         const Step step(path);
-        path = step.rest();
-        const Found found = find_child(*container, step, path != nullptr ? kAnyType : type);
-        if (path == nullptr) return found;
+        const Found found = find_child(*container, step, step.is_last() ? type : kAnyType);
+        if (step.is_last()) return found;
         container = found.node;
+        path = step.rest();
     }
     return {};
 }
