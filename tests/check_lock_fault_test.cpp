@@ -26,6 +26,10 @@ int __wrap_pthread_spin_init(pthread_spinlock_t *lock, int pshared);
 int __wrap_pthread_spin_destroy(pthread_spinlock_t *lock);
 int __wrap_pthread_spin_lock(pthread_spinlock_t *lock);
 int __wrap_pthread_spin_unlock(pthread_spinlock_t *lock);
+int __real_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes);
+int __real_pthread_mutex_destroy(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes);
+int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex);
 void *__real_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line);
 void __real_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site);
 void *__wrap_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line);
@@ -35,6 +39,7 @@ void __wrap_vn_memcheck_free(vn_free_fn release, void *ptr, const char *site);
 namespace {
 
 int spin_error = 0;
+int mutex_error = 0;
 int spin_locks_held = 0;
 std::function<void()> behind_the_lock = [] {}; // what another thread does before we get the lock
 std::function<int()> at_the_unlock = [] { return 0; };
@@ -238,6 +243,17 @@ TEST(MutexSpin, AnswersEagainAndHoldsNothingWithoutMemory)
     EXPECT_EQ(mutex_spin_destroy(&lock), EINVAL);
 }
 
+TEST(MutexSpin, AnswersWithTheResultsOfItsMutexAndReleasesItAllTheSame)
+{
+    void *lock = nullptr;
+    mutex_error = ENOMEM;
+    EXPECT_EQ(mutex_spin_init(&lock, PTHREAD_PROCESS_PRIVATE), ENOMEM);
+    mutex_error = EBUSY;
+    EXPECT_EQ(mutex_spin_destroy(&lock), EBUSY);
+    EXPECT_EQ(lock, nullptr);
+    mutex_error = 0;
+}
+
 TEST(MutexSpin, CountsRightUnderManyThreads)
 {
     void *lock = nullptr;
@@ -280,6 +296,14 @@ int __wrap_pthread_spin_unlock(pthread_spinlock_t *lock)
     const int result = __real_pthread_spin_unlock(lock);
     const int answer = at_the_unlock();
     return result != 0 ? result : answer;
+}
+int __wrap_pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attributes)
+{
+    return mutex_error != 0 ? mutex_error : __real_pthread_mutex_init(mutex, attributes);
+}
+int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex)
+{
+    return mutex_error != 0 ? mutex_error : __real_pthread_mutex_destroy(mutex);
 }
 void *__wrap_vn_memcheck_malloc(vn_alloc_fn alloc, size_t size, const char *site, unsigned line)
 {

@@ -49,7 +49,8 @@ vnlib_test(hash)
 vnlib_test(list_sort)
 vnlib_test(check_lock)
 vnlib_fault_test(check_lock WRAP pthread_spin_init pthread_spin_destroy pthread_spin_lock
-  pthread_spin_unlock vn_memcheck_malloc vn_memcheck_free SOURCES ../src/check_lock/spin_fallback.cpp)
+  pthread_spin_unlock pthread_mutex_init pthread_mutex_destroy vn_memcheck_malloc vn_memcheck_free
+  SOURCES ../src/check_lock/spin_fallback.cpp)
 vnlib_test(scsi)
 target_compile_definitions(scsi_test PRIVATE VNLIB_SCSI_TABLES="${PROJECT_SOURCE_DIR}/src/scsi")
 vnlib_test(log SOURCES support/private_dev.cpp)
