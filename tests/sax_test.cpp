@@ -736,6 +736,15 @@ TEST(SaxLimits, NamesAndValuesReach256Characters)
               Events{"start a [" + longest + "=" + longest + "]"});
 }
 
+TEST(SaxLimits, AFullBufferLeavesTheOthersAsTheyAre)
+{
+    const std::string full(256, 'n');
+    EXPECT_EQ(events_of("<a " + full + "=\"b\">"), Events{"start a [" + full + "=b]"});
+    EXPECT_EQ(events_of("<" + full + " b=\"c\">"), Events{"start " + full + " [b=c]"});
+    EXPECT_EQ(events_of("&x;<!--" + full + "-->&amp;<a>"), // "xamp" is no entity
+              (Events{"text 256 " + full, "comment -", "start a"}));
+}
+
 TEST(SaxLimits, The257thCharacterIsAnError)
 {
     const std::string too_long(257, 'n');
