@@ -326,6 +326,22 @@ TEST_F(LocalEnd, RelaysTheRestBeforeItTellsThatTheClientClosed)
     EXPECT_TRUE(wire_.silent());
 }
 
+TEST_F(LocalEnd, RelaysALastSingleByteBeforeItTellsThatTheClientClosed)
+{
+    std::atomic<bool> closed = false; // before the receive thread starts
+    wire_.on_send([&](const Bytes &pdu) {
+        if (pdu[0] == kOpen) eventually([&] { return closed.load(); });
+        return 0;
+    });
+    const int client = connect_when_open(kLocalPort);
+    write_all(client, "x");
+    close(client);
+    closed = true;
+    EXPECT_EQ(wire_.next(), make_pdu(kOpen, 1));
+    EXPECT_EQ(wire_.next(), make_pdu(kData, 1, "x"));
+    EXPECT_EQ(wire_.next(), make_pdu(kClose, 1));
+}
+
 TEST_F(LocalEnd, TellsOfAResetConnectionWithoutALogLine)
 {
     const int client = open_client();
