@@ -14,6 +14,7 @@
 
 #include "corelink/builder.h"
 #include "corelink/tree.h"
+#include "support/small.h"
 #include "vnlib/corelink_lex.h"
 #include "vnlib/memcheck.h"
 }
@@ -90,10 +91,15 @@ public:
 
     [[nodiscard]] Entry &top() { return *top_; }
     void pop(int count) { top_ -= count; }
-    Step push(int state, clparse_lex_value value)
+    Step push(int state) /* of a symbol that has no value */
     {
-        *++top_ = {value, state};
+        (++top_)->state = state;
         return top_ != last_ || grow() ? Step::kDone : Step::kNoMemory;
+    }
+    Step push(int state, const clparse_lex_value &value)
+    {
+        top_[1].value = value;
+        return push(state);
     }
 
 private:
