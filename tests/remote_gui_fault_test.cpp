@@ -33,7 +33,7 @@ Faults faults;
 
 // What a test does inside the library's next call, once.
 using Interlude = std::atomic<const std::function<void()> *>;
-Interlude in_thread_start, in_signal, in_shutdown, in_no_delay;
+Interlude in_thread_start, in_signal, in_shutdown, in_no_delay, in_send;
 
 void play(Interlude &interlude)
 {
@@ -103,6 +103,7 @@ ssize_t __wrap_recv(int fd, void *to, size_t size, int flags)
 ssize_t __wrap_send(int fd, const void *from, size_t size, int flags)
 {
     EXPECT_NE(flags & MSG_NOSIGNAL, 0);
+    play(in_send);
     if (fails(faults.send_errno)) return -1;
     const size_t most = faults.most_sent_at_once;
     return __real_send(fd, from, most != 0 ? std::min(most, size) : size, flags);
@@ -614,6 +615,27 @@ TEST_F(RemoteFault, KeepsOnlyTheConnectionOfAnOpenThatOvertookAnother)
     close(kept);
     EXPECT_EQ(wire_.next(), make_pdu(kClose, 5));
     EXPECT_TRUE(wire_.silent());
+}
+
+TEST_F(RemoteFault, SignalsNoReceiveThreadThatHasEnded)
+{
+    const size_t threads = running_threads();
+    ASSERT_EQ(feed(session_, make_pdu(kOpen, 5)), 0);
+    const int server = accept(gui_, nullptr, nullptr);
+    bool signalled = false;
+    const std::function<void()> note = [&] { signalled = true; };
+    const std::function<void()> end = [&] { // while a writer holds the connection
+        shutdown(server, SHUT_WR);
+        EXPECT_EQ(wire_.next(), make_pdu(kClose, 5));
+        EXPECT_TRUE(eventually([&] { return running_threads() <= threads; }));
+        in_signal = &note;
+        EXPECT_EQ(feed(session_, make_pdu(kClose, 5)), 0);
+        in_signal = nullptr;
+    };
+    in_send = &end;
+    EXPECT_EQ(feed(session_, make_pdu(kData, 5, "x")), 0);
+    EXPECT_FALSE(signalled);
+    close(server);
 }
 
 TEST_F(RemoteFault, ConnectsAlthoughItCannotSendWithoutDelay)
