@@ -379,7 +379,7 @@ TEST(FillIovecSubset, AgreesWithTheStepsOnRandomVectors)
         const size_t length = engine() % (parts.size() + 2);
         bool found = false;
         const auto expected = told_step_by_step(parts, offset, length, found);
-        iovec spare[8];
+        iovec spare[8] = {};
         iovec *out = nullptr;
         unsigned count = 0;
         ASSERT_EQ(
@@ -388,6 +388,7 @@ TEST(FillIovecSubset, AgreesWithTheStepsOnRandomVectors)
         ASSERT_EQ(count, expected.size());
         for (size_t i = 0; i < count; ++i)
             expect_element(out[i], expected[i].iov_base, expected[i].iov_len);
+        for (size_t i = count; i < std::size(spare); ++i) expect_element(spare[i], nullptr, 0);
     }
 }
 
