@@ -133,7 +133,7 @@ bool MatchIndex::resize(uint32_t capacity)
     void *const entries = std::realloc(entries_, capacity * sizeof *entries_);
     if (entries == nullptr) return false;
     entries_ = static_cast<Entry *>(entries);
-    const size_t size = capacity * kChainsPerEntry * sizeof *chains_;
+    const size_t size = size_t{capacity} * kChainsPerEntry * sizeof *chains_;
     void *const chains = std::malloc(size);
     if (chains == nullptr) return false;
     std::free(chains_);
