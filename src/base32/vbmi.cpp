@@ -10,57 +10,33 @@
 
 #include <algorithm>
 
-#include "support/x86_intrinsics.h"
-
-#define VN_VBMI                                                                                    \
-    __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi,avx2,bmi,bmi2")))
+#include "support/vbmi.h"
 
 namespace vn::base32 {
 namespace {
+
+using vbmi::load_half;
+using vbmi::load_table;
+using vbmi::make_table;
+using vbmi::Table;
 
 constexpr size_t kSymbols = 64;
 constexpr size_t kBytes = 40;
 constexpr size_t kShortSymbols = kSymbols / 2;
 
-using Table = std::array<uint8_t, 64>;
-
-// A byte of the table for each of the 64 places of a register.
-template <typename Rule>
-consteval Table make_table(Rule rule)
-{
-    Table table{};
-    for (size_t place = 0; place < table.size(); ++place)
-        table[place] = static_cast<uint8_t>(rule(place));
-    return table;
-}
-
 // Five bytes at the low end of every eight, and back.
-alignas(64) constexpr Table kSpread = make_table([](size_t place) {
+constexpr Table kSpread = make_table([](size_t place) {
     return place / 8 * 5 + place % 8; // what lies above the five is not used
 });
-alignas(64) constexpr Table kGather = make_table([](size_t place) {
-    return place < kBytes ? place / 5 * 8 + place % 5 : 0;
-});
+constexpr Table kGather =
+    make_table([](size_t place) { return place < kBytes ? place / 5 * 8 + place % 5 : 0; });
 // Where in each eight bytes the bits of its eight symbols begin.
-alignas(64) constexpr Table kShifts = make_table([](size_t place) { return place % 8 * 5; });
-alignas(64) constexpr Table kSymbolTable = make_table([](size_t value) {
-    return kAlphabet[value % kAlphabet.size()];
-});
+constexpr Table kShifts = make_table([](size_t place) { return place % 8 * 5; });
+constexpr Table kSymbolTable =
+    make_table([](size_t value) { return kAlphabet[value % kAlphabet.size()]; });
 // The values of the first and the second 64 characters; those above are none.
-alignas(64) constexpr Table kLowValues = make_table([](size_t place) { return kValues[place]; });
-alignas(64) constexpr Table kHighValues = make_table([](size_t place) {
-    return kValues[place + 64];
-});
-
-VN_VBMI inline __m512i load_table(const Table &table)
-{
-    return _mm512_load_si512(table.data());
-}
-
-VN_VBMI inline __m256i load_half(const Table &table)
-{
-    return _mm256_load_si256(reinterpret_cast<const __m256i *>(table.data()));
-}
+constexpr Table kLowValues = make_table([](size_t place) { return kValues[place]; });
+constexpr Table kHighValues = make_table([](size_t place) { return kValues[place + 64]; });
 
 VN_VBMI inline __mmask64 first(size_t count)
 {

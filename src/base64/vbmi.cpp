@@ -8,62 +8,43 @@
 
 #if VN_CPU_X86
 
-#include "support/x86_intrinsics.h"
+#include "support/vbmi.h"
 
-#define VN_TARGET                                                                                  \
-    __attribute__((target("avx512f,avx512bw,avx512dq,avx512vl,avx512vbmi,avx2,bmi,bmi2")))
+#define VN_TARGET VN_VBMI
 #include "base64/blocks.h"
 
 namespace vn::base64 {
 namespace {
 
+using vbmi::load_table;
+using vbmi::make_table;
+using vbmi::Table;
+
 constexpr uint8_t kStray = 0x80;
-
-using Table = std::array<uint8_t, 64>;
-
-// A byte of the table for each of the 64 places of a register.
-template <typename Rule>
-consteval Table make_table(Rule rule)
-{
-    Table table{};
-    for (size_t place = 0; place < table.size(); ++place)
-        table[place] = static_cast<uint8_t>(rule(place));
-    return table;
-}
 
 // Each three bytes b0 b1 b2 are laid out as b1 b0 b2 b1, so that every symbol's six bits lie
 // together.
-alignas(64) constexpr Table kSpread = make_table([](size_t place) {
+constexpr Table kSpread = make_table([](size_t place) {
     constexpr size_t kOrder[4] = {1, 0, 2, 1};
     return place / 4 * 3 + kOrder[place % 4];
 });
 // Where in each eight such bytes the six bits of its eight symbols begin.
-alignas(64) constexpr Table kShifts = make_table([](size_t place) {
+constexpr Table kShifts = make_table([](size_t place) {
     constexpr size_t kBits[4] = {10, 4, 22, 16};
     return place % 8 / 4 * 32 + kBits[place % 4];
 });
-alignas(64) constexpr Table kSymbolTable = make_table([](size_t value) {
-    return kAlphabet[value];
-});
+constexpr Table kSymbolTable = make_table([](size_t value) { return kAlphabet[value]; });
 
 // The values of the first and the second 64 characters.
 constexpr uint8_t value_or_stray(size_t character)
 {
     return kValues[character] < kAlphabet.size() ? kValues[character] : kStray;
 }
-alignas(64) constexpr Table kLowValues = make_table(value_or_stray);
-alignas(64) constexpr Table kHighValues = make_table([](size_t place) {
-    return value_or_stray(place + 64);
-});
+constexpr Table kLowValues = make_table(value_or_stray);
+constexpr Table kHighValues = make_table([](size_t place) { return value_or_stray(place + 64); });
 // Three bytes of every four, the highest first.
-alignas(64) constexpr Table kGather = make_table([](size_t place) {
-    return place < kLineBytes ? place / 3 * 4 + 2 - place % 3 : 0;
-});
-
-VN_TARGET inline __m512i load_table(const Table &table)
-{
-    return _mm512_load_si512(table.data());
-}
+constexpr Table kGather =
+    make_table([](size_t place) { return place < kLineBytes ? place / 3 * 4 + 2 - place % 3 : 0; });
 
 constexpr __mmask64 first(size_t count) // fewer than 64
 {
