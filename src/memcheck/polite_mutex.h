@@ -42,7 +42,9 @@ public:
     void forget_waiting() { waiting_.store(0, std::memory_order_relaxed); }
 
 private:
-    static constexpr int kTries = 200; // some microseconds
+    // Some microseconds, as long as the checker takes at least. Who gave up sooner and napped would
+    // wake up together with the checker, which naps as long, and meet it again and again.
+    static constexpr int kTries = 5000;
 
     bool try_lock()
     {
