@@ -23,6 +23,14 @@ constexpr unsigned kStepsAtOnce = 512;
 // How far it walks although somebody waits: without them a busy program would never be checked.
 constexpr unsigned kStepsAtLeast = 16;
 
+// What the next step will look at, and the record after it, are often in another processor's cache.
+void fetch_ahead(const Block &block)
+{
+    __builtin_prefetch(block.raw());
+    __builtin_prefetch(block.post());
+    __builtin_prefetch(block.next);
+}
+
 } // namespace
 
 Owned<Site> Registry::spare_site()
@@ -196,7 +204,9 @@ bool Registry::check_some()
     for (unsigned step = 0; step < (mutex_.wanted() ? kStepsAtLeast : kStepsAtOnce); ++step) {
         Block *block = nullptr;
         if (!walk_.step(&block)) return false;
-        if (block != nullptr) examine(*block);
+        if (block == nullptr) continue;
+        fetch_ahead(*block->next);
+        examine(*block);
     }
     return true;
 }
