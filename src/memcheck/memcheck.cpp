@@ -77,6 +77,7 @@ VN_OUT_OF_LINE void *allocate_guarded(vn_alloc_fn alloc, size_t size, const char
     if (site != nullptr && !context.registry.add(block, site, std::move(records)))
         return abandon(alloc, raw);
     context.count_line.add(1);
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): what comes from vn_malloc can be undone
     return site != nullptr ? user : abandon(alloc, raw);
 }
 

@@ -96,8 +96,9 @@ Site *Registry::site_of(const char *tag, Owned<Site> &&spare)
         sites_.raise(*known);
         return known;
     }
-    Site *const fresh = (spare != nullptr ? std::move(spare) : spare_site()).release();
-    if (fresh == nullptr) return nullptr;
+    if (spare == nullptr) spare = spare_site();
+    if (spare == nullptr) return nullptr;
+    Site *const fresh = spare.release();
     recent = fresh;
     fresh->key = hash;
     fresh->tag = tag;
